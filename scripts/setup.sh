@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Installs, only when missing, every Debian package that building, running and
+# testing the uninstaller needs. Quiet and quick when everything is present.
+set -euo pipefail
+
+packages=(
+  # build
+  cmake ninja-build g++ pkg-config git
+  googletest libgtest-dev libgmock-dev
+  libplist-dev libssl-dev openssl
+  # the window
+  qt6-base-dev qt6-declarative-dev qt6-svg-dev qt6-tools-dev qt6-l10n-tools
+  qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts
+  qml6-module-qtquick-templates qml6-module-qtquick-window qml6-module-qtqml-workerscript
+  qml6-module-qttest qml6-module-qtqml
+  # tests of the real window, its accessibility tree and the sandboxed demo
+  xvfb xauth dbus dbus-x11 at-spi2-core gir1.2-atspi-2.0 python3-gi
+  bubblewrap util-linux strace procps
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q '^install ok installed$'; then
+    missing+=("$p")
+  fi
+done
+
+if ((${#missing[@]})); then
+  echo "setup: installing ${missing[*]}" >&2
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "setup: missing packages and not root; run as root or install them: ${missing[*]}" >&2
+    exit 1
+  fi
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq
+  apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+fi

@@ -1,0 +1,191 @@
+#include "removal/SafeRemover.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "removal/TreeRemoval.h"
+#include "removal/Trap.h"
+
+namespace removal {
+namespace {
+
+constexpr int kDirectoryFlags = O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC;
+
+bool isDirectory(const struct stat& st) {
+    return S_ISDIR(st.st_mode);
+}
+
+void checkComponents(const Components& components) {
+    if (components.empty()) {
+        trap("an item must have at least one path component");
+    }
+    for (const std::string& component : components) {
+        if (component.empty()) {
+            trap("a path component is empty");
+        }
+        if (component.find('/') != std::string::npos) {
+            trap("a path component contains \"/\"");
+        }
+        if (component == ".") {
+            trap("a path component is \".\"");
+        }
+        if (component == "..") {
+            trap("a path component is \"..\"");
+        }
+    }
+}
+
+}  // namespace
+
+std::string SafeRemover::displayPath(const Components& components, std::size_t count) const {
+    std::string path = anchor;
+    while (path.size() > 1 && path.back() == '/') {
+        path.pop_back();
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        if (path.empty() || path.back() != '/') {
+            path += '/';
+        }
+        path += components[i];
+    }
+    return path;
+}
+
+// Opens the anchor itself. Links above the anchor are followed (the lstat and
+// open take the whole path), but the anchor must be a real folder: a link in
+// its place is refused and so is anything that is not a folder.
+std::variant<UniqueFd, RemovalFailure> SafeRemover::openAnchor(struct stat& anchorStat) const {
+    const std::string anchorPath = displayPath({}, 0);
+    if (::lstat(anchorPath.c_str(), &anchorStat) != 0) {
+        const int error = errno;
+        if (error == ENOENT) {
+            // A missing anchor means a missing item; /dev/null keeps the walk's
+            // shape (there is always an anchor descriptor) without a special case.
+            anchorStat = {};
+            return UniqueFd(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+        }
+        return RemovalFailure{anchorPath, reasonForErrno(error)};
+    }
+    if (S_ISLNK(anchorStat.st_mode)) {
+        return RemovalFailure{anchorPath, RemovalReason::symbolicLinkInPath()};
+    }
+    if (!isDirectory(anchorStat)) {
+        return RemovalFailure{anchorPath, RemovalReason::notADirectory()};
+    }
+    if (requiresOwnedAnchor && anchorStat.st_uid != userID) {
+        return RemovalFailure{anchorPath, RemovalReason::notOwnedByCurrentUser()};
+    }
+    UniqueFd fd(::open(anchorPath.c_str(), kDirectoryFlags));
+    if (!fd) {
+        return RemovalFailure{anchorPath, reasonForErrno(errno)};
+    }
+    return fd;
+}
+
+// Descends one component at a time, each relative to the folder before it.
+// A missing component (or a file where a folder was expected, ENOTDIR) ends
+// the walk successfully with no leaf: the item is absent. Folders on the way
+// must be real folders, and owned by the user when the anchor must be.
+std::variant<SafeRemover::Walked, RemovalFailure> SafeRemover::walk(
+    const Components& components) const {
+    Walked walked;
+    struct stat anchorStat {};
+    auto anchorOrFailure = openAnchor(anchorStat);
+    if (auto* failure = std::get_if<RemovalFailure>(&anchorOrFailure)) {
+        return std::move(*failure);
+    }
+    walked.anchorFD = std::move(std::get<UniqueFd>(anchorOrFailure));
+    if (!walked.anchorFD) {
+        return RemovalFailure{displayPath({}, 0), reasonForErrno(errno)};
+    }
+    if (!isDirectory(anchorStat)) {  // the anchor is missing: so is the item
+        return walked;
+    }
+    walked.anchorVolume = volumeOf(walked.anchorFD.get(), anchorStat.st_dev);
+
+    for (std::size_t i = 0; i < components.size(); ++i) {
+        const std::string& name = components[i];
+        struct stat st {};
+        if (::fstatat(walked.parentFD(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+            const int error = errno;
+            if (error == ENOENT || error == ENOTDIR) {
+                return walked;
+            }
+            return RemovalFailure{displayPath(components, i + 1), reasonForErrno(error)};
+        }
+        if (i + 1 == components.size()) {
+            walked.leafStat = st;
+            return walked;
+        }
+        const std::string prefix = displayPath(components, i + 1);
+        if (S_ISLNK(st.st_mode)) {
+            return RemovalFailure{prefix, RemovalReason::symbolicLinkInPath()};
+        }
+        if (!isDirectory(st)) {
+            return RemovalFailure{prefix, RemovalReason::notADirectory()};
+        }
+        if (requiresOwnedAnchor && st.st_uid != userID) {
+            return RemovalFailure{prefix, RemovalReason::notOwnedByCurrentUser()};
+        }
+        UniqueFd next(::openat(walked.parentFD(), name.c_str(), kDirectoryFlags));
+        if (!next) {
+            return RemovalFailure{prefix, reasonForErrno(errno)};
+        }
+        walked.openedDirectories.push_back(std::move(next));
+    }
+    return walked;
+}
+
+Presence SafeRemover::presence(const Components& components) const {
+    auto result = walk(components);
+    if (auto* failure = std::get_if<RemovalFailure>(&result)) {
+        return Presence::unknown(failure->reason);
+    }
+    return std::get<Walked>(result).leafStat ? Presence::present() : Presence::absent();
+}
+
+std::optional<FileIdentity> SafeRemover::identity(const Components& components) const {
+    auto result = walk(components);
+    auto* walked = std::get_if<Walked>(&result);
+    if (walked == nullptr || !walked->leafStat || !isDirectory(*walked->leafStat)) {
+        return std::nullopt;
+    }
+    return FileIdentity{walked->leafStat->st_dev, walked->leafStat->st_ino};
+}
+
+RemovalOutcome SafeRemover::remove(const Components& components,
+                                   const std::optional<FileIdentity>& expecting) const {
+    checkComponents(components);
+    auto result = walk(components);
+    if (auto* failure = std::get_if<RemovalFailure>(&result)) {
+        return RemovalOutcome::failed({std::move(*failure)});
+    }
+    const Walked& walked = std::get<Walked>(result);
+    if (!walked.leafStat) {
+        return RemovalOutcome::alreadyAbsent();
+    }
+    const std::string path = displayPath(components);
+    const std::string& name = components.back();
+    const struct stat& leaf = *walked.leafStat;
+
+    if (isDirectory(leaf)) {
+        if (requiresOwnedAnchor && leaf.st_uid != userID) {
+            return RemovalOutcome::failed({{path, RemovalReason::notOwnedByCurrentUser()}});
+        }
+        std::vector<RemovalFailure> failures;
+        removeTree(walked.parentFD(), name, path, walked.anchorVolume, expecting, failures);
+        return failures.empty() ? RemovalOutcome::removed()
+                                : RemovalOutcome::failed(std::move(failures));
+    }
+    // A link or a file of any other type goes with one unlink relative to its
+    // parent: a link is removed itself, and its target is never touched.
+    if (::unlinkat(walked.parentFD(), name.c_str(), 0) != 0) {
+        return RemovalOutcome::failed({{path, reasonForErrno(errno)}});
+    }
+    return S_ISLNK(leaf.st_mode) ? RemovalOutcome::linkRemoved() : RemovalOutcome::removed();
+}
+
+}  // namespace removal

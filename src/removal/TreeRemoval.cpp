@@ -1,0 +1,242 @@
+#include "removal/TreeRemoval.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "removal/UniqueFd.h"
+
+namespace removal {
+namespace {
+
+constexpr int kDirectoryFlags = O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC;
+
+// At most this many folder descriptors of one tree are held open at a time.
+// Deeper trees close the descriptors of their outermost folders and reach them
+// again through ".." on the way back up, checking that each is still the same
+// object. This keeps a 128-level tree within a small descriptor limit.
+constexpr std::size_t kHeldDescriptors = 16;
+
+std::string childPath(const std::string& path, const std::string& name) {
+    return path.back() == '/' ? path + name : path + '/' + name;
+}
+
+// One folder being emptied: its complete listing, taken before anything in it
+// is deleted, and how far the deletion has got.
+struct Level {
+    std::string name;
+    std::string path;
+    UniqueFd fd;  // closed for outer levels when the descriptor budget is spent
+    FileIdentity identity;
+    std::vector<std::string> names;
+    std::size_t next = 0;
+    bool failed = false;
+};
+
+class TreeRemoval {
+public:
+    TreeRemoval(int parentFD, const VolumeIdentity& anchorVolume,
+                std::vector<RemovalFailure>& failures)
+        : parentFD_(parentFD), anchorVolume_(anchorVolume), failures_(failures) {}
+
+    void run(const std::string& name, const std::string& path,
+             const std::optional<FileIdentity>& identity);
+
+private:
+    bool enter(int parentFD, const std::string& name, const std::string& path,
+               const std::optional<FileIdentity>& identity);
+    bool list(int fd, std::vector<std::string>& names, const std::string& path);
+    void removeEntry(Level& level, const std::string& name);
+    void leave();
+    int reachParent(Level& done);
+    void releaseOuterDescriptors();
+
+    void report(const std::string& path, RemovalReason reason) {
+        failures_.push_back({path, std::move(reason)});
+    }
+
+    int parentFD_;
+    VolumeIdentity anchorVolume_;
+    std::vector<RemovalFailure>& failures_;
+    std::vector<Level> stack_;
+    std::size_t firstHeld_ = 0;  // levels below this index have closed descriptors
+};
+
+void TreeRemoval::run(const std::string& name, const std::string& path,
+                      const std::optional<FileIdentity>& identity) {
+    if (!enter(parentFD_, name, path, identity)) {
+        return;
+    }
+    while (!stack_.empty()) {
+        Level& top = stack_.back();
+        if (top.next < top.names.size()) {
+            const std::string entry = top.names[top.next++];
+            removeEntry(top, entry);
+        } else {
+            leave();
+        }
+    }
+}
+
+// Opens, checks and lists one folder, and pushes it. Reports and returns false
+// when the folder cannot be entered; nothing inside it is touched then.
+bool TreeRemoval::enter(int parentFD, const std::string& name, const std::string& path,
+                        const std::optional<FileIdentity>& identity) {
+    UniqueFd fd(::openat(parentFD, name.c_str(), kDirectoryFlags));
+    if (!fd) {
+        // A link swapped in gives ELOOP (a refused link); a vanished folder ENOENT.
+        report(path, reasonForErrno(errno));
+        return false;
+    }
+    struct stat st {};
+    if (::fstat(fd.get(), &st) != 0) {
+        report(path, reasonForErrno(errno));
+        return false;
+    }
+    const FileIdentity found{st.st_dev, st.st_ino};
+    if (identity && *identity != found) {
+        report(path, RemovalReason::changedSinceVerification());
+        return false;
+    }
+    if (isOtherVolume(fd.get(), st.st_dev, anchorVolume_)) {
+        report(path, RemovalReason::crossesVolume());
+        return false;
+    }
+    std::vector<std::string> names;
+    if (!list(fd.get(), names, path)) {
+        return false;
+    }
+    stack_.push_back(Level{name, path, std::move(fd), found, std::move(names)});
+    releaseOuterDescriptors();
+    return true;
+}
+
+// Reads the whole folder before anything in it is deleted: deleting while
+// reading could make readdir skip or repeat entries.
+bool TreeRemoval::list(int fd, std::vector<std::string>& names, const std::string& path) {
+    UniqueFd duplicate(::dup(fd));
+    if (!duplicate) {
+        report(path, reasonForErrno(errno));
+        return false;
+    }
+    DIR* dir = ::fdopendir(duplicate.get());
+    if (dir == nullptr) {
+        report(path, reasonForErrno(errno));
+        return false;
+    }
+    (void)duplicate.release();  // the stream owns it now and closedir closes it
+    int error = 0;
+    for (;;) {
+        errno = 0;
+        const dirent* entry = ::readdir(dir);
+        if (entry == nullptr) {
+            error = errno;
+            break;
+        }
+        const std::string_view entryName(entry->d_name);
+        if (entryName != "." && entryName != "..") {
+            names.emplace_back(entryName);
+        }
+    }
+    (void)::closedir(dir);
+    if (error != 0) {
+        report(path, reasonForErrno(error));
+        return false;
+    }
+    return true;
+}
+
+void TreeRemoval::removeEntry(Level& level, const std::string& name) {
+    const std::string path = childPath(level.path, name);
+    struct stat st {};
+    if (::fstatat(level.fd.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (errno != ENOENT) {  // gone already: someone else removed it
+            report(path, reasonForErrno(errno));
+            level.failed = true;
+        }
+        return;
+    }
+    if (S_ISDIR(st.st_mode)) {
+        const int depth = static_cast<int>(stack_.size());
+        if (depth >= kTreeDepthLimit) {
+            report(path, RemovalReason::tooDeep());
+            level.failed = true;
+        } else if (!enter(level.fd.get(), name, path, std::nullopt)) {
+            level.failed = true;  // enter() pushed nothing, so `level` is still valid
+        }
+        return;
+    }
+    // Files, links, sockets, pipes and devices are unlinked, never opened.
+    if (::unlinkat(level.fd.get(), name.c_str(), 0) != 0 && errno != ENOENT) {
+        report(path, reasonForErrno(errno));
+        level.failed = true;
+    }
+}
+
+// The top folder is empty (or kept because of a failure below): remove it
+// from its parent, or tell the parent that it must stay too.
+void TreeRemoval::leave() {
+    Level& done = stack_.back();
+    const int parentFD = reachParent(done);
+    if (parentFD < 0) {
+        stack_.clear();  // the way up is lost; what is left stays, as reported
+        return;
+    }
+    bool kept = done.failed;
+    if (!kept && ::unlinkat(parentFD, done.name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT) {
+        report(done.path, reasonForErrno(errno));
+        kept = true;
+    }
+    stack_.pop_back();
+    firstHeld_ = std::min(firstHeld_, stack_.size());
+    if (kept && !stack_.empty()) {
+        stack_.back().failed = true;  // a folder that stays keeps its parent too
+    }
+}
+
+// The descriptor of the folder that holds `done`. When the budget closed it,
+// it is opened again through "..", which is only trusted when it leads back to
+// the very folder that was listed.
+int TreeRemoval::reachParent(Level& done) {
+    if (stack_.size() == 1) {
+        return parentFD_;
+    }
+    Level& parent = stack_[stack_.size() - 2];
+    if (parent.fd) {
+        return parent.fd.get();
+    }
+    UniqueFd reopened(::openat(done.fd.get(), "..", kDirectoryFlags));
+    struct stat st {};
+    if (!reopened || ::fstat(reopened.get(), &st) != 0) {
+        report(parent.path, reasonForErrno(errno));
+        return -1;
+    }
+    if (FileIdentity{st.st_dev, st.st_ino} != parent.identity) {
+        report(parent.path, RemovalReason::changedSinceVerification());
+        return -1;
+    }
+    parent.fd = std::move(reopened);
+    firstHeld_ = stack_.size() - 2;
+    return parent.fd.get();
+}
+
+void TreeRemoval::releaseOuterDescriptors() {
+    while (stack_.size() - firstHeld_ > kHeldDescriptors) {
+        stack_[firstHeld_].fd.reset();
+        ++firstHeld_;
+    }
+}
+
+}  // namespace
+
+void removeTree(int parentFD, const std::string& name, const std::string& path,
+                const VolumeIdentity& anchorVolume, const std::optional<FileIdentity>& identity,
+                std::vector<RemovalFailure>& failures) {
+    TreeRemoval(parentFD, anchorVolume, failures).run(name, path, identity);
+}
+
+}  // namespace removal

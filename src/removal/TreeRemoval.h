@@ -1,0 +1,36 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "removal/FileIdentity.h"
+#include "removal/RemovalFailure.h"
+#include "removal/Volume.h"
+
+namespace removal {
+
+// Folders nested deeper than this below an item's top folder are not entered:
+// the top folder is depth 0, and a folder at depth 128 is reported as too deep.
+inline constexpr int kTreeDepthLimit = 128;
+
+// Deletes the folder `name` inside the open folder `parentFD`, and everything
+// below it, relative to open descriptors only. It never follows a link (a link
+// inside the tree is unlinked itself), never enters a folder on another volume
+// than `anchorVolume` (another device, another mount, a bind mount), and never
+// goes deeper than kTreeDepthLimit. When `identity` is given, the top folder
+// must still be that object, or nothing is touched.
+//
+// Error policy: collect and go on. Each problem is appended to `failures` with
+// the most specific path (`path` is the top folder's absolute path); siblings
+// of a failed entry are still removed, and only a folder whose whole content
+// went away is itself removed, so every ancestor of a leftover stays.
+// An entry that vanished meanwhile (ENOENT) is not a failure, except for the
+// top folder itself.
+//
+// `parentFD` is neither closed nor kept.
+void removeTree(int parentFD, const std::string& name, const std::string& path,
+                const VolumeIdentity& anchorVolume, const std::optional<FileIdentity>& identity,
+                std::vector<RemovalFailure>& failures);
+
+}  // namespace removal

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace testsupport {
+
+// Runs `body` in a forked child and returns what it returned, or nothing when
+// the child died or exited without answering. The child never returns into
+// GoogleTest: it writes its answer to a pipe and _exits. Used for what a test
+// must not do to itself: change user, enter a new mount namespace, lower
+// limits.
+std::optional<std::string> runInChild(const std::function<std::string()>& body);
+
+// In a child: enters a new user and mount namespace in which the caller is
+// root (like `unshare -Urm`) with private mount propagation, so mounts made
+// there vanish with the child. Returns an empty string on success, otherwise
+// why namespaces are not available here.
+std::string enterPrivateMountNamespace();
+
+}  // namespace testsupport
