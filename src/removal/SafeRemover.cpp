@@ -6,13 +6,12 @@
 
 #include <cerrno>
 
+#include "removal/DirectoryOpen.h"
 #include "removal/TreeRemoval.h"
 #include "removal/Trap.h"
 
 namespace removal {
 namespace {
-
-constexpr int kDirectoryFlags = O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC;
 
 bool isDirectory(const struct stat& st) {
     return S_ISDIR(st.st_mode);
@@ -78,11 +77,11 @@ std::variant<UniqueFd, RemovalFailure> SafeRemover::openAnchor(struct stat& anch
     if (requiresOwnedAnchor && anchorStat.st_uid != userID) {
         return RemovalFailure{anchorPath, RemovalReason::notOwnedByCurrentUser()};
     }
-    UniqueFd fd(::open(anchorPath.c_str(), kDirectoryFlags));
-    if (!fd) {
-        return RemovalFailure{anchorPath, reasonForErrno(errno)};
+    auto opened = openDirectory(AT_FDCWD, anchorPath.c_str());
+    if (auto* reason = std::get_if<RemovalReason>(&opened)) {
+        return RemovalFailure{anchorPath, std::move(*reason)};
     }
-    return fd;
+    return std::move(std::get<UniqueFd>(opened));
 }
 
 // Descends one component at a time, each relative to the folder before it.
@@ -130,11 +129,11 @@ std::variant<SafeRemover::Walked, RemovalFailure> SafeRemover::walk(
         if (requiresOwnedAnchor && st.st_uid != userID) {
             return RemovalFailure{prefix, RemovalReason::notOwnedByCurrentUser()};
         }
-        UniqueFd next(::openat(walked.parentFD(), name.c_str(), kDirectoryFlags));
-        if (!next) {
-            return RemovalFailure{prefix, reasonForErrno(errno)};
+        auto next = openDirectory(walked.parentFD(), name.c_str());
+        if (auto* reason = std::get_if<RemovalReason>(&next)) {
+            return RemovalFailure{prefix, std::move(*reason)};
         }
-        walked.openedDirectories.push_back(std::move(next));
+        walked.openedDirectories.push_back(std::move(std::get<UniqueFd>(next)));
     }
     return walked;
 }

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "removal/DirectoryOpen.h"
 #include "removal/UniqueFd.h"
 
 namespace removal {
@@ -86,12 +87,13 @@ void TreeRemoval::run(const std::string& name, const std::string& path,
 // when the folder cannot be entered; nothing inside it is touched then.
 bool TreeRemoval::enter(int parentFD, const std::string& name, const std::string& path,
                         const std::optional<FileIdentity>& identity) {
-    UniqueFd fd(::openat(parentFD, name.c_str(), kDirectoryFlags));
-    if (!fd) {
-        // A link swapped in gives ELOOP (a refused link); a vanished folder ENOENT.
-        report(path, reasonForErrno(errno));
+    auto opened = openDirectory(parentFD, name.c_str());
+    if (auto* reason = std::get_if<RemovalReason>(&opened)) {
+        // A link swapped in is a refused link; a vanished folder is ENOENT.
+        report(path, std::move(*reason));
         return false;
     }
+    UniqueFd fd = std::move(std::get<UniqueFd>(opened));
     struct stat st {};
     if (::fstat(fd.get(), &st) != 0) {
         report(path, reasonForErrno(errno));

@@ -1,0 +1,24 @@
+#include "removal/DirectoryOpen.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+
+namespace removal {
+
+std::variant<UniqueFd, RemovalReason> openDirectory(int parentFD, const char* name) {
+    UniqueFd fd(::openat(parentFD, name, O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC));
+    if (fd) {
+        return fd;
+    }
+    const int error = errno;
+    if (error == ENOTDIR) {
+        struct stat st {};
+        if (::fstatat(parentFD, name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode)) {
+            return RemovalReason::symbolicLinkInPath();
+        }
+    }
+    return reasonForErrno(error);
+}
+
+}  // namespace removal
