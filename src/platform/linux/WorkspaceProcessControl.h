@@ -1,0 +1,44 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/linux/ProcessInstance.h"
+#include "target/ProcessControlling.h"
+
+namespace platform {
+
+// The running copies of the product on Linux, found in /proc.
+//
+// A process is a copy of the product when it belongs to the current user and
+// its executable lies directly in the "Contents/MacOS" folder of a "*.app"
+// bundle whose Contents/Info.plist declares `bundleIdentifier` as its
+// CFBundleIdentifier. The uninstaller's own process is never counted, and a
+// zombie (exited, not yet reaped) counts as terminated.
+//
+// Quitting politely is SIGTERM, sent through a pidfd after checking that the
+// process behind the id is still the one that was found, so that an id freed
+// and reused by another program is never signalled. Nothing is ever killed.
+class WorkspaceProcessControl final : public target::ProcessControlling {
+public:
+    explicit WorkspaceProcessControl(std::string bundleIdentifier)
+        : bundleIdentifier(std::move(bundleIdentifier)) {}
+
+    // The product's bundle identifier.
+    std::string bundleIdentifier;
+
+    bool isRunning() const override;
+    void requestQuit() const override;
+
+    // The running copies now, in ascending order of process id, without the
+    // caller's own process. Each bundle's Info.plist is read once per call.
+    std::vector<ProcessInstance> runningInstances() const;
+
+    // Sends one SIGTERM to `instance` if the process that has its id is still
+    // that process (same start time and executable) and has not terminated.
+    // Returns whether the signal was sent. Never waits.
+    bool askToQuit(const ProcessInstance& instance) const;
+};
+
+}  // namespace platform
