@@ -49,6 +49,16 @@ private:
     bool fits(std::uint64_t at, std::uint64_t length) const {
         return at <= objectsEnd_ && length <= objectsEnd_ - at;
     }
+    // libplist keeps strings as C strings and would silently cut one short
+    // at a NUL character, so a string holding one makes the list unusable.
+    bool holdsNul(std::size_t at, std::uint64_t count, std::size_t unitSize) const {
+        for (std::uint64_t i = 0; i < count; ++i) {
+            if (bigEndian(bytes_, at + i * unitSize, unitSize) == 0) {
+                return true;
+            }
+        }
+        return false;
+    }
     bool visitChild(std::vector<Frame>& stack);
     bool finish(std::vector<Frame>& stack);
 
@@ -131,13 +141,18 @@ BinaryShape::Object BinaryShape::examine(std::uint64_t index, Container& contain
         case 0x3:  // date
             return nibble == 3 && fits(at + 1, 8) ? Object::scalar : Object::invalid;
         case 0x4:  // data
-        case 0x5:  // ASCII string
             length = sizedLength(at, end);
             return length && fits(end, *length) ? Object::scalar : Object::invalid;
+        case 0x5:  // ASCII string
+            length = sizedLength(at, end);
+            return length && fits(end, *length) && !holdsNul(end, *length, 1) ? Object::scalar
+                                                                               : Object::invalid;
         case 0x6:  // UTF-16 string, length in code units
             length = sizedLength(at, end);
-            return length && *length <= objectsEnd_ && fits(end, *length * 2) ? Object::scalar
-                                                                              : Object::invalid;
+            return length && *length <= objectsEnd_ && fits(end, *length * 2) &&
+                           !holdsNul(end, *length, 2)
+                       ? Object::scalar
+                       : Object::invalid;
         case 0x8:  // uid of n + 1 bytes
             return fits(at + 1, nibble + 1) ? Object::scalar : Object::invalid;
         case 0xA:  // array

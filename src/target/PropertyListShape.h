@@ -25,7 +25,8 @@ inline constexpr std::size_t kPropertyListNodeLimit = 2'000'000;
 // libplist: the trailer, offset table and every container reachable from the
 // top object lie inside the data, no container holds itself, the nesting
 // stays within kPropertyListDepthLimit and the expanded tree within
-// kPropertyListNodeLimit. Object types that cannot be sized are refused.
+// kPropertyListNodeLimit. Object types that cannot be sized are refused, and
+// so are strings holding a NUL character, which libplist would cut short.
 bool binaryShapeIsAcceptable(std::string_view bytes);
 
 // True when an XML list cannot open more than kPropertyListDepthLimit
@@ -33,7 +34,8 @@ bool binaryShapeIsAcceptable(std::string_view bytes);
 // errs upwards: every "<dict" or "<array" counts as an opening (inside
 // comments and attributes too), except the plain self-closing forms, and only
 // a plain closing tag met in element content counts as a closing. An
-// ordinary list is measured exactly; a strange one may be refused.
+// ordinary list is measured exactly; a strange one may be refused. A NUL byte
+// (never allowed in XML; libplist would cut a string short there) refuses it.
 bool xmlNestingIsAcceptable(std::string_view bytes);
 
 }  // namespace target

@@ -184,7 +184,7 @@ bool XmlNesting::acceptable() {
 }  // namespace
 
 bool xmlNestingIsAcceptable(std::string_view bytes) {
-    return XmlNesting(bytes).acceptable();
+    return bytes.find('\0') == std::string_view::npos && XmlNesting(bytes).acceptable();
 }
 
 }  // namespace target
