@@ -1,0 +1,241 @@
+#include "platform/linux/FilePreferencesAccess.h"
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+
+#include "removal/Trap.h"
+#include "removal/UniqueFd.h"
+#include "target/PropertyList.h"
+
+namespace platform {
+namespace {
+
+using removal::UniqueFd;
+using target::PropertyList;
+
+constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+bool isPlainName(const std::string& name) {
+    return !name.empty() && name != "." && name != ".." &&
+           name.find_first_of(std::string("/\0", 2)) == std::string::npos;
+}
+
+void checkDomain(const std::string& domain) {
+    if (!isPlainName(domain)) {
+        removal::trap("a preference domain must be usable as a single file name");
+    }
+}
+
+// Opens `name` inside `parent` only when it is a real folder (never a link)
+// owned by `owner`.
+UniqueFd openOwnedFolder(int parent, const char* name, uid_t owner) {
+    UniqueFd folder(::openat(parent, name, kFolderFlags));
+    struct stat st {};
+    if (!folder || ::fstat(folder.get(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != owner) {
+        return UniqueFd();
+    }
+    return folder;
+}
+
+// An open preferences file: the folder it lies in, its name there, what it
+// was when opened, and its content.
+struct StoredFile {
+    UniqueFd folder;
+    std::string name;
+    struct stat status {};
+    PropertyList list;
+};
+
+bool isSameFile(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// Whether `name` in `folder` is still the very file that was read: a file
+// replaced by someone else meanwhile is left to them.
+bool stillThere(const StoredFile& file) {
+    struct stat now {};
+    return ::fstatat(file.folder.get(), file.name.c_str(), &now, AT_SYMLINK_NOFOLLOW) == 0 &&
+           isSameFile(now, file.status);
+}
+
+bool writeAll(int fd, const std::string& bytes) {
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            return false;
+        }
+        done += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+// A new, empty file beside the one it will replace, under a name nobody else
+// uses: the preferences file's name with a random suffix.
+std::optional<std::pair<UniqueFd, std::string>> createTemporary(const StoredFile& file) {
+    static constexpr char kDigits[] = "0123456789abcdefghijklmnopqrstuvwxyz";
+    for (int attempt = 0; attempt < 8; ++attempt) {
+        unsigned char random[8] = {};
+        if (::getrandom(random, sizeof random, 0) != sizeof random) {
+            return std::nullopt;
+        }
+        std::string name = file.name + ".";
+        for (const unsigned char byte : random) {
+            name += kDigits[byte % 36];
+        }
+        UniqueFd fd(::openat(file.folder.get(), name.c_str(),
+                             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (fd) {
+            return std::make_pair(std::move(fd), std::move(name));
+        }
+        if (errno != EEXIST) {
+            return std::nullopt;
+        }
+    }
+    return std::nullopt;
+}
+
+// Writes the new content to a temporary file, flushes it and renames it over
+// the old file; the old file is never opened for writing, so until the
+// rename it stays whole. The temporary file is removed on every failure.
+void replaceAtomically(const StoredFile& file, const std::string& bytes) {
+    auto temporary = createTemporary(file);
+    if (!temporary) {
+        return;
+    }
+    auto& [fd, name] = *temporary;
+    const bool written = writeAll(fd.get(), bytes) &&
+                         ::fchmod(fd.get(), file.status.st_mode & 07777) == 0 &&
+                         ::fsync(fd.get()) == 0;
+    fd.reset();
+    if (!written || !stillThere(file) ||
+        ::renameat(file.folder.get(), name.c_str(), file.folder.get(), file.name.c_str()) != 0) {
+        (void)::unlinkat(file.folder.get(), name.c_str(), 0);
+        return;
+    }
+    // Makes the rename itself durable.
+    (void)::fsync(file.folder.get());
+}
+
+// The folder of one host's files, reached from the home folder one level at
+// a time. Links above the home folder are followed as anywhere else; from
+// Library down, nothing is.
+UniqueFd openPreferencesFolder(const std::string& home, uid_t owner, bool byHost) {
+    UniqueFd homeFD(::open(home.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    UniqueFd folder = homeFD ? openOwnedFolder(homeFD.get(), "Library", owner) : UniqueFd();
+    folder = folder ? openOwnedFolder(folder.get(), "Preferences", owner) : UniqueFd();
+    if (byHost && folder) {
+        folder = openOwnedFolder(folder.get(), "ByHost", owner);
+    }
+    return folder;
+}
+
+// Reads `name` in `folder`; nothing when it is missing, not a regular file,
+// unreadable or not a dictionary.
+std::optional<StoredFile> readStored(UniqueFd folder, std::string name) {
+    // Non-blocking, so that a FIFO in the file's place cannot hold us up.
+    const UniqueFd fd(::openat(folder.get(), name.c_str(),
+                               O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat status {};
+    if (!fd || ::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return std::nullopt;
+    }
+    auto read = PropertyList::readFrom(fd.get());
+    auto* list = std::get_if<PropertyList>(&read);
+    if (list == nullptr || !list->isDictionary()) {
+        return std::nullopt;
+    }
+    return StoredFile{std::move(folder), std::move(name), status, std::move(*list)};
+}
+
+// The domain's file of one host, when it can be read and is a dictionary.
+std::optional<StoredFile> readHost(const FilePreferencesAccess& store, const std::string& domain,
+                                   PreferencesHost host) {
+    checkDomain(domain);
+    const bool byHost = host == PreferencesHost::currentHost;
+    if (byHost && !isPlainName(store.hostID)) {
+        return std::nullopt;
+    }
+    UniqueFd folder = openPreferencesFolder(store.homeDirectory, store.userID, byHost);
+    if (!folder) {
+        return std::nullopt;
+    }
+    return readStored(std::move(folder), domain + (byHost ? "." + store.hostID : "") + ".plist");
+}
+
+}  // namespace
+
+FilePreferencesAccess::FilePreferencesAccess(std::string homeDirectory)
+    : FilePreferencesAccess(std::move(homeDirectory),
+                            {PreferencesHost::anyHost, PreferencesHost::currentHost},
+                            machineID(), ::getuid()) {}
+
+std::string FilePreferencesAccess::machineID() {
+    UniqueFd fd(::open("/etc/machine-id", O_RDONLY | O_CLOEXEC));
+    if (!fd) {
+        return {};
+    }
+    char buffer[128] = {};
+    const ssize_t n = ::read(fd.get(), buffer, sizeof buffer - 1);
+    std::string id(buffer, n > 0 ? static_cast<std::size_t>(n) : 0);
+    while (!id.empty() && (id.back() == '\n' || id.back() == ' ' || id.back() == '\t')) {
+        id.pop_back();
+    }
+    return id;
+}
+
+std::vector<std::string> FilePreferencesAccess::keys(const std::string& domain,
+                                                     PreferencesHost host) const {
+    const auto file = readHost(*this, domain, host);
+    return file ? file->list.keys() : std::vector<std::string>{};
+}
+
+void FilePreferencesAccess::removeKeys(const std::string& domain, PreferencesHost host,
+                                       const std::vector<std::string>& keys) const {
+    auto file = readHost(*this, domain, host);
+    if (!file || file->list.removeKeys(keys) == 0) {
+        return;
+    }
+    if (!file->list.keys().empty()) {
+        if (const auto bytes = file->list.serialized()) {
+            replaceAtomically(*file, *bytes);
+        }
+        return;
+    }
+    if (stillThere(*file) && ::unlinkat(file->folder.get(), file->name.c_str(), 0) == 0) {
+        (void)::fsync(file->folder.get());
+    }
+}
+
+bool FilePreferencesAccess::hasValues(const std::string& domain) const {
+    checkDomain(domain);
+    for (const PreferencesHost host : hosts) {
+        if (!keys(domain, host).empty()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void FilePreferencesAccess::removeAll(const std::string& domain) const {
+    checkDomain(domain);
+    for (const PreferencesHost host : hosts) {
+        const std::vector<std::string> listed = keys(domain, host);
+        if (!listed.empty()) {
+            removeKeys(domain, host, listed);
+        }
+    }
+}
+
+}  // namespace platform
