@@ -44,7 +44,8 @@ void plantPadding(Planter& p, const std::string& contents, std::uint64_t have, s
     const std::uint64_t want = static_cast<std::uint64_t>(sizeMB) << 20;
     p.directory(contents + "/Resources/Media");
     for (std::size_t n = 0; have < want && p.ok(); ++n) {
-        const std::size_t size = static_cast<std::size_t>(std::min<std::uint64_t>(kPaddingChunk, want - have));
+        const std::size_t size =
+            static_cast<std::size_t>(std::min<std::uint64_t>(kPaddingChunk, want - have));
         char name[32];
         std::snprintf(name, sizeof name, "Resources/Media/media-%02zu.pak", n);
         p.noise(contents, name, size);

@@ -69,7 +69,8 @@ std::string defaultManifestPath(const std::string& home) {
     return home + "/.tavio-footprint-canaries";
 }
 
-Error plantCanaries(const std::string& home, const std::string& applications,
+Error plantCanaries(const std::string& home,
+                    const std::string& applications,
                     const std::string& manifestPath) {
     PlantedFootprint counted;
     Planter p(counted);
@@ -109,7 +110,8 @@ std::variant<CanaryCheck, std::string> checkCanaries(const std::string& home,
         if (root != kHome && root != kApplications) {
             return "unknown root in the canary manifest: " + root;
         }
-        const std::string path = (root == kHome ? home : applications) + "/" + line.substr(second + 1);
+        const std::string path =
+            (root == kHome ? home : applications) + "/" + line.substr(second + 1);
         const auto bytes = readFile(path);
         if (!bytes) {
             check.missing.push_back(path);

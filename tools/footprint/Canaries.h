@@ -29,7 +29,8 @@ struct CanaryCheck {
 std::string defaultManifestPath(const std::string& home);
 
 // Plants the canaries below `home` and `applications` and writes the manifest.
-Error plantCanaries(const std::string& home, const std::string& applications,
+Error plantCanaries(const std::string& home,
+                    const std::string& applications,
                     const std::string& manifestPath);
 
 // Compares every canary of the manifest with what is on disk now. A manifest

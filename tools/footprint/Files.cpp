@@ -62,8 +62,7 @@ Error makeDirectories(const std::string& path, mode_t mode) {
 }
 
 Error writeFile(const std::string& path, std::string_view bytes, mode_t mode) {
-    UniqueFd fd(
-        ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, mode));
+    UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, mode));
     if (!fd) {
         return failure("cannot create", path, errno);
     }

@@ -24,10 +24,10 @@ std::string torrentBytes(std::size_t n) {
     const std::string name = numbered("Public Domain Film %02zu.mkv", n);
     const std::string pieces = deterministicBytes(name, 20 * (4 + n % 5));
     const std::string announce = "http://tracker.example.org:6969/announce";
-    return "d8:announce" + std::to_string(announce.size()) + ":" + announce +
-           "4:infod6:lengthi" + std::to_string(1'048'576 * (n + 1)) + "e4:name" +
-           std::to_string(name.size()) + ":" + name + "12:piece lengthi262144e6:pieces" +
-           std::to_string(pieces.size()) + ":" + pieces + "ee";
+    return "d8:announce" + std::to_string(announce.size()) + ":" + announce + "4:infod6:lengthi" +
+           std::to_string(1'048'576 * (n + 1)) + "e4:name" + std::to_string(name.size()) + ":" +
+           name + "12:piece lengthi262144e6:pieces" + std::to_string(pieces.size()) + ":" + pieces +
+           "ee";
 }
 
 bool plantPreferences(Planter& p, const FootprintOptions& o, const std::string& library) {
@@ -68,8 +68,8 @@ bool plantHistory(Planter& p, const FootprintOptions& o, const std::string& supp
     const Plist positions(plist_new_dict());
     for (std::size_t n = 0; n < o.torrentCopies; ++n) {
         const std::string title = numbered("Public Domain Film %02zu", n);
-        entries += "  {\"title\": \"" + title + "\", \"watchedAt\": " +
-                   std::to_string(1'700'000'000 + n * 86'400) + "}";
+        entries += "  {\"title\": \"" + title +
+                   "\", \"watchedAt\": " + std::to_string(1'700'000'000 + n * 86'400) + "}";
         entries += n + 1 < o.torrentCopies ? ",\n" : "\n";
         plist_dict_set_item(positions.get(), title.c_str(), plist_new_real(37.5 * (n + 1)));
     }

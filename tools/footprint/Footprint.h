@@ -21,8 +21,8 @@ struct FootprintOptions {
     std::string playerPath;  // copied in as the app's executable
     std::string hostID;      // names the per-host preferences file
     std::size_t appSizeMB = 8;
-    std::size_t cacheFiles = 2000;       // small cache files (thumbnails)
-    std::size_t largeCacheFiles = 3;     // partial stream downloads
+    std::size_t cacheFiles = 2000;    // small cache files (thumbnails)
+    std::size_t largeCacheFiles = 3;  // partial stream downloads
     std::size_t largeCacheFileMB = 4;
     std::size_t torrentCopies = 12;
     bool app = true;

@@ -14,7 +14,7 @@ namespace footprint {
 // keeps the first problem: after one, every further call does nothing and
 // returns false, so a planting routine reads as a plain list of steps.
 class Planter {
-public:
+  public:
     explicit Planter(PlantedFootprint& planted) : planted_(planted) {}
 
     bool directory(const std::string& path, mode_t mode = 0755);
@@ -28,7 +28,7 @@ public:
     bool ok() const { return !error_; }
     const Error& error() const { return error_; }
 
-private:
+  private:
     bool keep(Error error);
 
     PlantedFootprint& planted_;

@@ -101,8 +101,8 @@ Command parse(int argc, char** argv) {
 }
 
 int check(const Command& command) {
-    const auto result = footprint::checkCanaries(command.options.home,
-                                                 command.options.applications, command.manifest);
+    const auto result = footprint::checkCanaries(command.options.home, command.options.applications,
+                                                 command.manifest);
     if (const auto* error = std::get_if<std::string>(&result)) {
         std::fprintf(stderr, "tavio-footprint: %s\n", error->c_str());
         return 3;

@@ -160,7 +160,8 @@ std::optional<StoredFile> readStored(UniqueFd folder, std::string name) {
 }
 
 // The domain's file of one host, when it can be read and is a dictionary.
-std::optional<StoredFile> readHost(const FilePreferencesAccess& store, const std::string& domain,
+std::optional<StoredFile> readHost(const FilePreferencesAccess& store,
+                                   const std::string& domain,
                                    PreferencesHost host) {
     checkDomain(domain);
     const bool byHost = host == PreferencesHost::currentHost;
@@ -179,7 +180,8 @@ std::optional<StoredFile> readHost(const FilePreferencesAccess& store, const std
 FilePreferencesAccess::FilePreferencesAccess(std::string homeDirectory)
     : FilePreferencesAccess(std::move(homeDirectory),
                             {PreferencesHost::anyHost, PreferencesHost::currentHost},
-                            machineID(), ::getuid()) {}
+                            machineID(),
+                            ::getuid()) {}
 
 std::string FilePreferencesAccess::machineID() {
     UniqueFd fd(::open("/etc/machine-id", O_RDONLY | O_CLOEXEC));
@@ -201,7 +203,8 @@ std::vector<std::string> FilePreferencesAccess::keys(const std::string& domain,
     return file ? file->list.keys() : std::vector<std::string>{};
 }
 
-void FilePreferencesAccess::removeKeys(const std::string& domain, PreferencesHost host,
+void FilePreferencesAccess::removeKeys(const std::string& domain,
+                                       PreferencesHost host,
                                        const std::vector<std::string>& keys) const {
     auto file = readHost(*this, domain, host);
     if (!file || file->list.removeKeys(keys) == 0) {

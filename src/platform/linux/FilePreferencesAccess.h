@@ -35,13 +35,15 @@ enum class PreferencesHost {
 // one, in the format the old one had. A crash at any point leaves either the
 // old file whole or the new one. When no key is left, the file is removed.
 class FilePreferencesAccess final : public target::PreferencesAccess {
-public:
+  public:
     // The store below `homeDirectory` for the current user on this machine,
     // with both hosts, any host first.
     explicit FilePreferencesAccess(std::string homeDirectory);
 
-    FilePreferencesAccess(std::string homeDirectory, std::vector<PreferencesHost> hosts,
-                          std::string hostID, uid_t userID)
+    FilePreferencesAccess(std::string homeDirectory,
+                          std::vector<PreferencesHost> hosts,
+                          std::string hostID,
+                          uid_t userID)
         : homeDirectory(std::move(homeDirectory)),
           hosts(std::move(hosts)),
           hostID(std::move(hostID)),
@@ -67,7 +69,8 @@ public:
     // Removes exactly these keys (those still there) from the domain's file on
     // one host; keys added since they were listed stay. Writes nothing when
     // none of them is there.
-    void removeKeys(const std::string& domain, PreferencesHost host,
+    void removeKeys(const std::string& domain,
+                    PreferencesHost host,
                     const std::vector<std::string>& keys) const;
 
     // This machine's id from /etc/machine-id; empty when it cannot be read.

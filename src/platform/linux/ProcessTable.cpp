@@ -132,8 +132,8 @@ std::optional<ProcessInstance> describeProcess(pid_t pid, uid_t owner) {
     if (!executable || ::fstatat(processFD.get(), "exe", &executableStat, 0) != 0) {
         return std::nullopt;
     }
-    return ProcessInstance{pid, statLine->startTime, std::move(*executable),
-                           executableStat.st_dev, executableStat.st_ino};
+    return ProcessInstance{pid, statLine->startTime, std::move(*executable), executableStat.st_dev,
+                           executableStat.st_ino};
 }
 
 }  // namespace platform

@@ -21,7 +21,7 @@ namespace platform {
 // process behind the id is still the one that was found, so that an id freed
 // and reused by another program is never signalled. Nothing is ever killed.
 class WorkspaceProcessControl final : public target::ProcessControlling {
-public:
+  public:
     explicit WorkspaceProcessControl(std::string bundleIdentifier)
         : bundleIdentifier(std::move(bundleIdentifier)) {}
 

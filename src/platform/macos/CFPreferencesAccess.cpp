@@ -18,9 +18,9 @@ template <typename T>
 using CFOwned = std::unique_ptr<std::remove_pointer_t<T>, CFReleaser>;
 
 CFOwned<CFStringRef> makeString(const std::string& text) {
-    return CFOwned<CFStringRef>(CFStringCreateWithBytes(
-        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
-        static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false));
+    return CFOwned<CFStringRef>(
+        CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
+                                static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false));
 }
 
 // The keys of (domain, current user, host). A missing answer, an answer that

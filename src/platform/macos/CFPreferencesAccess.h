@@ -13,7 +13,7 @@ namespace platform {
 // user's own preferences are read or changed; keys are removed through the
 // preferences system (which owns the files), never by deleting a file.
 class CFPreferencesAccess final : public target::PreferencesAccess {
-public:
+  public:
     // Any host first, then the current host.
     CFPreferencesAccess() : hosts{kCFPreferencesAnyHost, kCFPreferencesCurrentHost} {}
     explicit CFPreferencesAccess(std::vector<CFStringRef> hosts) : hosts(std::move(hosts)) {}

@@ -12,7 +12,7 @@ namespace platform {
 // process. Quitting is the ordinary terminate request, as if the user had
 // chosen Quit; nothing is ever force-quit.
 class WorkspaceProcessControl final : public target::ProcessControlling {
-public:
+  public:
     explicit WorkspaceProcessControl(std::string bundleIdentifier)
         : bundleIdentifier(std::move(bundleIdentifier)) {}
 

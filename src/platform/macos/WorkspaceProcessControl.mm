@@ -1,7 +1,7 @@
 // Compiled as Objective-C++ with automatic reference counting.
-#import <AppKit/AppKit.h>
-
 #include "platform/macos/WorkspaceProcessControl.h"
+
+#import <AppKit/AppKit.h>
 
 namespace platform {
 namespace {

@@ -1,9 +1,8 @@
-#include "platform/linux/FilePreferencesAccess.h"
-
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "PreferencesFixture.h"
+#include "platform/linux/FilePreferencesAccess.h"
 
 namespace {
 
@@ -101,9 +100,8 @@ TEST_F(FilePreferencesAccessTest, MalformedFileHoldsNoKeysAndIsLeftUntouched) {
 }
 
 TEST_F(FilePreferencesAccessTest, FileThatIsNotADictionaryHoldsNoKeysAndIsLeftUntouched) {
-    const std::string bytes =
-        footprint::serialize(footprint::array({plist_new_string("Volume")}),
-                             footprint::PlistFormat::binary);
+    const std::string bytes = footprint::serialize(footprint::array({plist_new_string("Volume")}),
+                                                   footprint::PlistFormat::binary);
     writeFile(currentHostFile, bytes);
     const struct stat before = statOf(currentHostFile);
 
@@ -193,8 +191,8 @@ TEST_F(FilePreferencesAccessTest, DefaultStoreUsesBothHostsAndThisMachinesID) {
     const FilePreferencesAccess standard(home);
     const std::string machineID = FilePreferencesAccess::machineID();
 
-    EXPECT_EQ(standard.hosts,
-              (std::vector<PreferencesHost>{PreferencesHost::anyHost, PreferencesHost::currentHost}));
+    EXPECT_EQ(standard.hosts, (std::vector<PreferencesHost>{PreferencesHost::anyHost,
+                                                            PreferencesHost::currentHost}));
     EXPECT_EQ(standard.hostID, machineID);
     EXPECT_EQ(standard.userID, ::getuid());
     if (testsupport::exists("/etc/machine-id")) {

@@ -23,7 +23,7 @@ using testsupport::sameFileAndTime;
 using testsupport::statOf;
 
 class PreferencesLinkTest : public FilePreferencesAccessTest {
-protected:
+  protected:
     // A real folder elsewhere, holding the product's files for both hosts,
     // which the link under test points to.
     const std::string elsewhere = temp / "elsewhere";
@@ -144,7 +144,8 @@ bool dieOnRename() {
     program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
     const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
     const rlimit noCore{0, 0};
-    return ::setrlimit(RLIMIT_CORE, &noCore) == 0 && ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+    return ::setrlimit(RLIMIT_CORE, &noCore) == 0 &&
+           ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
            ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
 

@@ -104,8 +104,7 @@ class PidReuseTest : public testsupport::ProcessFixture {};
 TEST_F(PidReuseTest, IdReusedByAnUnrelatedProgramAfterTheCopyWasReapedIsNotSignalled) {
     const std::string bundled = installBundle(temp / "Applications", identifier);
 
-    const auto answer =
-        testsupport::runInChild([&] { return reuseScenario(bundled, identifier); });
+    const auto answer = testsupport::runInChild([&] { return reuseScenario(bundled, identifier); });
 
     ASSERT_TRUE(answer.has_value());
     if (answer->starts_with("skip:")) {

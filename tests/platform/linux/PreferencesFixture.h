@@ -45,19 +45,22 @@ inline bool sameFileAndTime(const struct stat& a, const struct stat& b) {
 // A home folder with an empty Library/Preferences/ByHost, and the store of
 // that home with both hosts and a fixed host id.
 class FilePreferencesAccessTest : public ::testing::Test {
-protected:
+  protected:
     testsupport::TempDir temp;
     const std::string home = temp / "home";
     const std::string preferences = home + "/Library/Preferences";
     const std::string anyHostFile = preferences + "/" + kDomain + ".plist";
     const std::string currentHostFile =
         preferences + "/ByHost/" + kDomain + "." + kHostID + ".plist";
-    FilePreferencesAccess store{home, {PreferencesHost::anyHost, PreferencesHost::currentHost},
-                                kHostID, ::getuid()};
+    FilePreferencesAccess store{home,
+                                {PreferencesHost::anyHost, PreferencesHost::currentHost},
+                                kHostID,
+                                ::getuid()};
 
     void SetUp() override { testsupport::makeDirectories(preferences + "/ByHost"); }
 
-    void plant(const std::string& path, const std::vector<std::string>& keys,
+    void plant(const std::string& path,
+               const std::vector<std::string>& keys,
                footprint::PlistFormat format = footprint::PlistFormat::xml) {
         writeFile(path, plistBytes(keys, format));
     }

@@ -29,8 +29,10 @@ void ProcessFixture::installProgram(const std::string& program, const std::strin
     }
 }
 
-std::string ProcessFixture::installBundle(const std::string& folder, const std::string& bundleID,
-                                          const std::string& program, const std::string& appName,
+std::string ProcessFixture::installBundle(const std::string& folder,
+                                          const std::string& bundleID,
+                                          const std::string& program,
+                                          const std::string& appName,
                                           const std::string& executable) {
     const std::string contents = folder + "/" + appName + "/Contents";
     makeDirectories(contents + "/MacOS");

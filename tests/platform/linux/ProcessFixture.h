@@ -15,7 +15,7 @@ namespace testsupport {
 // programs and run them. Every test gets a bundle identifier of its own, so
 // that copies run by tests in parallel never count as each other's.
 class ProcessFixture : public ::testing::Test {
-protected:
+  protected:
     TempDir temp;
     const std::string identifier = uniqueIdentifier();
 
@@ -24,12 +24,13 @@ protected:
     // Installs <folder>/<appName> with an Info.plist declaring `bundleID` and
     // a copy of `program` as Contents/MacOS/<executable>; returns the copy's
     // path.
-    std::string installBundle(const std::string& folder, const std::string& bundleID,
+    std::string installBundle(const std::string& folder,
+                              const std::string& bundleID,
                               const std::string& program = TAVIO_PLAYER_PATH,
                               const std::string& appName = "Tavio.app",
                               const std::string& executable = "Tavio");
 
-public:
+  public:
     // Copies `program` to `path` (an executable file, outside any bundle
     // unless the path says otherwise).
     static void installProgram(const std::string& program, const std::string& path);

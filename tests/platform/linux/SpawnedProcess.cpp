@@ -22,7 +22,8 @@ using Clock = std::chrono::steady_clock;
 }
 
 int remainingMs(Clock::time_point deadline) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
     return left.count() < 0 ? 0 : static_cast<int>(left.count());
 }
 
@@ -117,7 +118,8 @@ std::optional<std::string> SpawnedProcess::readLine(std::chrono::milliseconds ti
 }
 
 std::optional<std::vector<std::string>> SpawnedProcess::readUntil(
-    const std::string& line, std::chrono::milliseconds timeout) {
+    const std::string& line,
+    std::chrono::milliseconds timeout) {
     const auto deadline = Clock::now() + timeout;
     std::vector<std::string> before;
     for (;;) {

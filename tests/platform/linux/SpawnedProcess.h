@@ -16,7 +16,7 @@ using namespace std::chrono_literals;
 // throw (the test fails). The destructor kills and reaps a child that is
 // still there, so no test leaves a process behind.
 class SpawnedProcess {
-public:
+  public:
     SpawnedProcess(const std::string& executable, const std::vector<std::string>& arguments);
     ~SpawnedProcess();
     SpawnedProcess(const SpawnedProcess&) = delete;
@@ -53,7 +53,7 @@ public:
     // nothing when it did not exit in time.
     std::optional<int> waitForExit(std::chrono::milliseconds timeout = 5s);
 
-private:
+  private:
     pid_t pid_ = -1;
     int pidfd_ = -1;
     int input_ = -1;

@@ -1,11 +1,10 @@
-#include "platform/linux/WorkspaceProcessControl.h"
-
 #include <signal.h>
 #include <sys/wait.h>
 
 #include <chrono>
 
 #include "ProcessFixture.h"
+#include "platform/linux/WorkspaceProcessControl.h"
 
 namespace {
 
@@ -15,7 +14,7 @@ using testsupport::joined;
 using namespace std::chrono_literals;
 
 class WorkspaceProcessControlTest : public testsupport::ProcessFixture {
-protected:
+  protected:
     WorkspaceProcessControl control{identifier};
 
     std::vector<pid_t> runningPids() const {
@@ -74,8 +73,8 @@ TEST_F(WorkspaceProcessControlTest, ExecutableOutsideContentsMacOSDoesNotCount) 
 }
 
 TEST_F(WorkspaceProcessControlTest, BundleNotNamedDotAppDoesNotCount) {
-    auto player = startPlayer(installBundle(temp / "Applications", identifier, TAVIO_PLAYER_PATH,
-                                            "Tavio", "Tavio"));
+    auto player = startPlayer(
+        installBundle(temp / "Applications", identifier, TAVIO_PLAYER_PATH, "Tavio", "Tavio"));
 
     EXPECT_FALSE(control.isRunning());
 }
@@ -106,8 +105,8 @@ TEST_F(WorkspaceProcessControlTest, ZombieCountsAsTerminated) {
 
 TEST_F(WorkspaceProcessControlTest, RequestQuitSendsOneSigtermToEachAndReturnsAtOnce) {
     // Both would take ten seconds to quit; requestQuit must not wait for that.
-    auto first = startPlayer(installBundle(temp / "Applications", identifier),
-                             {"--quit-delay-ms", "10000"});
+    auto first =
+        startPlayer(installBundle(temp / "Applications", identifier), {"--quit-delay-ms", "10000"});
     auto second = startPlayer(installBundle(temp / "home/Applications", identifier),
                               {"--quit-delay-ms", "10000"});
 
@@ -123,8 +122,8 @@ TEST_F(WorkspaceProcessControlTest, RequestQuitSendsOneSigtermToEachAndReturnsAt
 }
 
 TEST_F(WorkspaceProcessControlTest, PoliteRequestMakesTheCopyQuitByItself) {
-    auto player = startPlayer(installBundle(temp / "Applications", identifier),
-                              {"--quit-delay-ms", "50"});
+    auto player =
+        startPlayer(installBundle(temp / "Applications", identifier), {"--quit-delay-ms", "50"});
 
     control.requestQuit();
     const auto status = player->waitForExit();
@@ -144,16 +143,14 @@ TEST_F(WorkspaceProcessControlTest, OwnProcessIsNeitherCountedNorSignalled) {
 }
 
 TEST_F(WorkspaceProcessControlTest, OwnProcessBesideARunningCopyAsksOnlyTheCopy) {
-    auto player = startPlayer(installBundle(temp / "Applications", identifier),
-                              {"--ignore-quit"});
+    auto player = startPlayer(installBundle(temp / "Applications", identifier), {"--ignore-quit"});
     const std::string probe =
         installBundle(temp / "home/Applications", identifier, TAVIO_PROBE_PATH);
     testsupport::SpawnedProcess beside(probe, {identifier});
 
     EXPECT_EQ(joined(beside.readToEnd().value_or(std::vector<std::string>{"timeout"})),
               "running=1|signalled=0");
-    EXPECT_EQ(joined(player->linesBeforePing().value_or(std::vector<std::string>{"none"})),
-              "term");
+    EXPECT_EQ(joined(player->linesBeforePing().value_or(std::vector<std::string>{"none"})), "term");
 }
 
 TEST_F(WorkspaceProcessControlTest, ProcessThatExitedSinceItWasFoundIsNotSignalled) {
@@ -172,7 +169,8 @@ TEST_F(WorkspaceProcessControlTest, ProcessThatExitedSinceItWasFoundIsNotSignall
 TEST_F(WorkspaceProcessControlTest, SameIdRunningAnotherProgramIsNotSignalled) {
     const std::string shell = installBundle(temp / "Applications", identifier, "/bin/sh");
     testsupport::SpawnedProcess process(
-        shell, {"-c", "echo started; read line; exec \"$0\" --exit-with-parent", TAVIO_PLAYER_PATH});
+        shell,
+        {"-c", "echo started; read line; exec \"$0\" --exit-with-parent", TAVIO_PLAYER_PATH});
     ASSERT_TRUE(process.readUntil("started").has_value());
     const auto instances = control.runningInstances();
     ASSERT_EQ(instances.size(), 1u);
