@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
 
 #include "ChildProcess.h"
@@ -67,6 +68,30 @@ TEST_F(TreeRemovalTest, DeepTreesNeedOnlyAFewDescriptors) {
     EXPECT_EQ(*answer, "removed\nfailed[" + deeper + " tooDeep]");
     EXPECT_FALSE(exists(at("deep")));
     EXPECT_TRUE(isDirectory(deeper));
+}
+
+// Deep trees release the descriptors of their outer folders and reach them
+// again through "..". If a folder was moved away meanwhile, ".." leads
+// somewhere else: that is refused, and nothing above is touched.
+TEST_F(TreeRemovalTest, FolderMovedAwayWhileDeepInsideStopsTheWayBackUp) {
+    const std::string deepest = makeChain(at("tree"), 40);
+    writeFile(deepest + "/marker", "m");
+    const std::string level14 = chainPath(at("tree"), 14);
+    const std::string elsewhere = temp_ / "elsewhere";
+    makeDirectories(elsewhere);
+    hooks::beforeFstatat = [&](int, const std::string& name) {
+        if (name == "marker") {
+            ASSERT_EQ(std::rename((level14 + "/d").c_str(), (elsewhere + "/d").c_str()), 0);
+        }
+    };
+    EXPECT_EQ(remover().remove({"tree"}),
+              RemovalOutcome::failed(
+                  {RemovalFailure{level14, RemovalReason::changedSinceVerification()}}));
+    for (int depth = 0; depth <= 14; ++depth) {
+        EXPECT_TRUE(isDirectory(chainPath(at("tree"), depth))) << "depth " << depth;
+    }
+    EXPECT_TRUE(listNames(level14).empty());
+    expectCanariesIntact();
 }
 
 TEST_F(TreeRemovalTest, LinksInsideTheTreeAreUnlinkedAndTheirTargetsSurvive) {
