@@ -106,8 +106,8 @@ PropertyList::ReadResult PropertyList::readAt(int directoryFD, std::string_view 
     }
     // Non-blocking in case something else was swapped in since the look;
     // readFrom() checks the type again on the descriptor.
-    const removal::UniqueFd fd(::openat(
-        directoryFD, path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+    const removal::UniqueFd fd(::openat(directoryFD, path.c_str(),
+                                        O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
     if (!fd) {
         return failureForErrno(errno);
     }

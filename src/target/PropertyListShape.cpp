@@ -67,7 +67,7 @@ private:
     std::size_t referenceSize_ = 0;
     std::uint64_t objectCount_ = 0;
     std::uint64_t top_ = 0;
-    std::uint64_t objectsEnd_ = 0;  // where the offset table starts
+    std::uint64_t objectsEnd_ = 0;     // where the offset table starts
     std::vector<std::uint8_t> state_;  // 0 not seen, 1 being walked, 2 done
     std::vector<std::uint16_t> height_;
     std::vector<std::uint32_t> nodes_;
@@ -133,7 +133,7 @@ BinaryShape::Object BinaryShape::examine(std::uint64_t index, Container& contain
                        : Object::invalid;
         case 0x1:  // integer of 2^n bytes
             return nibble <= 4 && fits(at + 1, std::uint64_t{1} << nibble) ? Object::scalar
-                                                                            : Object::invalid;
+                                                                           : Object::invalid;
         case 0x2:  // real of 4 or 8 bytes
             return (nibble == 2 || nibble == 3) && fits(at + 1, std::uint64_t{1} << nibble)
                        ? Object::scalar
@@ -146,7 +146,7 @@ BinaryShape::Object BinaryShape::examine(std::uint64_t index, Container& contain
         case 0x5:  // ASCII string
             length = sizedLength(at, end);
             return length && fits(end, *length) && !holdsNul(end, *length, 1) ? Object::scalar
-                                                                               : Object::invalid;
+                                                                              : Object::invalid;
         case 0x6:  // UTF-16 string, length in code units
             length = sizedLength(at, end);
             return length && *length <= objectsEnd_ && fits(end, *length * 2) &&
@@ -177,9 +177,8 @@ BinaryShape::Object BinaryShape::examine(std::uint64_t index, Container& contain
 // container is folded in at once, a new container is entered.
 bool BinaryShape::visitChild(std::vector<Frame>& stack) {
     Frame& frame = stack.back();
-    const std::uint64_t child =
-        bigEndian(bytes_, frame.container.referencesAt + frame.next * referenceSize_,
-                  referenceSize_);
+    const std::uint64_t child = bigEndian(
+        bytes_, frame.container.referencesAt + frame.next * referenceSize_, referenceSize_);
     ++frame.next;
     if (child >= objectCount_ || state_[child] == 1) {
         return false;  // a reference out of range, or a container inside itself
@@ -245,8 +244,8 @@ bool BinaryShape::acceptable() {
     stack.push_back(Frame{top_, container});
     while (!stack.empty()) {
         const Frame& frame = stack.back();
-        const bool ok = frame.next < frame.container.referenceCount ? visitChild(stack)
-                                                                    : finish(stack);
+        const bool ok =
+            frame.next < frame.container.referenceCount ? visitChild(stack) : finish(stack);
         if (!ok) {
             return false;
         }

@@ -1,8 +1,8 @@
-#include "target/PropertyListShape.h"
-
 #include <cstdint>
 #include <optional>
 #include <vector>
+
+#include "target/PropertyListShape.h"
 
 namespace target {
 namespace {
@@ -144,8 +144,8 @@ void XmlNesting::closingTag() {
 
 void XmlNesting::startTag() {
     const std::size_t name = skipSpaces(at_ + 1);
-    const bool container = startsWithIgnoringCase(text_, name, "dict") ||
-                           startsWithIgnoringCase(text_, name, "array");
+    const bool container =
+        startsWithIgnoringCase(text_, name, "dict") || startsWithIgnoringCase(text_, name, "array");
     ++at_;
     skipMarkup(false);
     const bool selfClosing = at_ >= 2 && text_[at_ - 1] == '>' && text_[at_ - 2] == '/';

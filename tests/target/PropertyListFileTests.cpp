@@ -25,8 +25,7 @@ const std::string kInfo =
 class PropertyListFileTest : public ::testing::Test {
 protected:
     removal::UniqueFd openFolder() const {
-        return removal::UniqueFd(
-            ::open(temp_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        return removal::UniqueFd(::open(temp_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     }
 
     // The failure of reading `name`, or nothing when it was read.

@@ -1,5 +1,3 @@
-#include "target/PropertyList.h"
-
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -8,6 +6,7 @@
 
 #include "BinaryPlistBuilder.h"
 #include "PlistText.h"
+#include "target/PropertyList.h"
 #include "target/PropertyListShape.h"
 
 namespace {
@@ -333,16 +332,16 @@ TEST(PropertyListTest, XmlManySelfClosingContainersAreNotNesting) {
 
 TEST(PropertyListTest, AStringOfTenMebibytesIsRead) {
     const std::string big(10 * 1024 * 1024, 'x');
-    const auto list =
-        PropertyList::parse(testplist::xml("<dict><key>k</key><string>" + big + "</string></dict>"));
+    const auto list = PropertyList::parse(
+        testplist::xml("<dict><key>k</key><string>" + big + "</string></dict>"));
     ASSERT_TRUE(list);
     EXPECT_EQ(list->stringValue("k")->size(), big.size());
 }
 
 TEST(PropertyListTest, BytesBeyondTheSizeLimitAreNoValue) {
     const std::string big(PropertyList::kMaximumSize, 'x');
-    EXPECT_FALSE(
-        PropertyList::parse(testplist::xml("<dict><key>k</key><string>" + big + "</string></dict>")));
+    EXPECT_FALSE(PropertyList::parse(
+        testplist::xml("<dict><key>k</key><string>" + big + "</string></dict>")));
 }
 
 TEST(PropertyListTest, AnEntityBombIsNotExpanded) {
@@ -356,8 +355,8 @@ TEST(PropertyListTest, AnEntityBombIsNotExpanded) {
     }
     doctype += "]>";
     const auto start = std::chrono::steady_clock::now();
-    const auto list =
-        PropertyList::parse(doctype + "<plist><dict><key>k</key><string>&e9;</string></dict></plist>");
+    const auto list = PropertyList::parse(
+        doctype + "<plist><dict><key>k</key><string>&e9;</string></dict></plist>");
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
     if (list) {
         EXPECT_LT(list->stringValue("k").value_or("").size(), 1000u);
@@ -365,8 +364,8 @@ TEST(PropertyListTest, AnEntityBombIsNotExpanded) {
 }
 
 TEST(PropertyListTest, DataValuesAreReadWhole) {
-    const auto list = PropertyList::parse(
-        testplist::xml("<dict><key>d</key><data>AAECAw==</data><key>s</key><string>t</string></dict>"));
+    const auto list = PropertyList::parse(testplist::xml(
+        "<dict><key>d</key><data>AAECAw==</data><key>s</key><string>t</string></dict>"));
     ASSERT_TRUE(list);
     EXPECT_EQ(PropertyList::dataOf(plist_dict_get_item(list->root(), "d")),
               std::string("\x00\x01\x02\x03", 4));
