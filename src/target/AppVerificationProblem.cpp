@@ -1,0 +1,32 @@
+#include "target/AppVerificationProblem.h"
+
+#include <string_view>
+
+#include "removal/Text.h"
+
+namespace target {
+namespace {
+
+std::string_view englishText(AppVerificationProblem::Kind kind) {
+    using Kind = AppVerificationProblem::Kind;
+    switch (kind) {
+        case Kind::identifierMismatch:
+        case Kind::missingIdentifier:
+            return "Skipped: not a verified Tavio app";
+        case Kind::notAnAppBundle:
+            return "Not an app bundle";
+        case Kind::missingExecutable:
+            return "Skipped: not a verified Tavio app (the executable is missing)";
+        case Kind::invalidSignature:
+            return "Skipped: not a verified Tavio app (the code signature is not valid)";
+    }
+    return "Not an app bundle";
+}
+
+}  // namespace
+
+std::string AppVerificationProblem::explanation() const {
+    return removal::localizedText(englishText(kind_));
+}
+
+}  // namespace target
