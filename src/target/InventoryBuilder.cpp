@@ -1,0 +1,113 @@
+#include "target/InventoryBuilder.h"
+
+#include "removal/SafeRemover.h"
+#include "removal/Text.h"
+#include "target/Paths.h"
+
+namespace target {
+namespace {
+
+using removal::Presence;
+
+ItemState stateOf(const Presence& presence) {
+    switch (presence.kind()) {
+        case Presence::Kind::present:
+            return ItemState::present();
+        case Presence::Kind::absent:
+            return ItemState::absent();
+        case Presence::Kind::unknown:
+            break;
+    }
+    return ItemState::skipped(presence.reason()->explanation());
+}
+
+}  // namespace
+
+Inventory InventoryBuilder::build() const {
+    const std::string& home = context.homeDirectory;
+    const std::string library = appendingPathComponent(home, "Library");
+    const std::string& id = context.bundleIdentifier;
+    const removal::SafeRemover libraryRemover{library, context.userID, true};
+    std::vector<InventoryItem> items;
+
+    // The domain counts as present when its file is there, or when the
+    // preferences service holds values that were never written to a file.
+    const bool prefsFile =
+        libraryRemover.presence({"Preferences", id + ".plist"}) == Presence::present();
+    const bool prefsPresent = prefsFile || preferences->hasValues(id);
+    items.push_back({"prefs:" + id, ItemCategory::settings, ItemTarget::preferences(id), id,
+                     id + " preferences",
+                     prefsPresent ? ItemState::present() : ItemState::absent()});
+
+    const auto tree = [&](ItemCategory category, std::vector<std::string> components) {
+        std::string path = library;
+        for (const std::string& component : components) {
+            path = appendingPathComponent(path, component);
+        }
+        const ItemState state = stateOf(libraryRemover.presence(components));
+        items.push_back({"tree:" + path, category, ItemTarget::tree(library, std::move(components), true),
+                         path, displayPath(path, home), state});
+    };
+    // Inner folders come before the folders that hold them, so each is
+    // removed and reported on its own first.
+    tree(ItemCategory::settings, {"Preferences", id + ".plist"});
+    tree(ItemCategory::torrentCopies, {"Application Support", id, "History", "Torrents"});
+    tree(ItemCategory::history, {"Application Support", id, "History"});
+    tree(ItemCategory::history, {"Application Support", id});
+    tree(ItemCategory::cache, {"Caches", id});
+    tree(ItemCategory::cache, {"HTTPStorages", id});
+    tree(ItemCategory::logsAndState, {"Logs", id});
+    tree(ItemCategory::logsAndState, {"Saved Application State", id + ".savedState"});
+
+    for (InventoryItem& item : appItems()) {
+        items.push_back(std::move(item));
+    }
+    return Inventory{std::move(items), context.userName};
+}
+
+// One item per application folder that holds something named like the app:
+// present only when it is verified and is a real folder, whose identity is
+// then recorded so that a bundle swapped after the review is refused.
+std::vector<InventoryItem> InventoryBuilder::appItems() const {
+    std::vector<InventoryItem> items;
+    for (const std::string& directory : context.applicationDirectories) {
+        const std::string path = appendingPathComponent(directory, appName);
+        const auto item = [&](ItemState state, std::optional<removal::FileIdentity> identity) {
+            return InventoryItem{"app:" + path, ItemCategory::app,
+                                 ItemTarget::appBundle(directory, appName, identity), path,
+                                 displayPath(path, context.homeDirectory), std::move(state)};
+        };
+        // Application folders such as /Applications need not be the user's.
+        const removal::SafeRemover remover{directory, context.userID, false};
+        const Presence presence = remover.presence({appName});
+        if (presence.kind() == Presence::Kind::absent) {
+            continue;
+        }
+        if (presence.kind() == Presence::Kind::unknown) {
+            items.push_back(item(stateOf(presence), std::nullopt));
+            continue;
+        }
+        if (const auto problem = verifier->verify(path, context.bundleIdentifier)) {
+            items.push_back(item(ItemState::skipped(problem->explanation()), std::nullopt));
+            continue;
+        }
+        const auto identity = remover.identity({appName});
+        if (!identity) {
+            items.push_back(
+                item(ItemState::skipped(removal::localizedText("Not an app bundle")), std::nullopt));
+            continue;
+        }
+        items.push_back(item(ItemState::present(), identity));
+    }
+    // The app group always has a row: where the app was expected.
+    if (items.empty() && !context.applicationDirectories.empty()) {
+        const std::string& first = context.applicationDirectories.front();
+        const std::string path = appendingPathComponent(first, appName);
+        items.push_back({"app:" + path, ItemCategory::app,
+                         ItemTarget::appBundle(first, appName, std::nullopt), path,
+                         displayPath(path, context.homeDirectory), ItemState::absent()});
+    }
+    return items;
+}
+
+}  // namespace target
