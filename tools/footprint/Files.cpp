@@ -21,7 +21,8 @@ std::string failure(const std::string& what, const std::string& path, int error)
     return what + " " + path + ": " + std::strerror(error);
 }
 
-// splitmix64: tiny, fast and fully specified, which is all a fixture needs.
+// splitmix64: tiny, fast and the same on every machine, which is all a
+// fixture needs.
 std::uint64_t nextRandom(std::uint64_t& state) {
     std::uint64_t z = (state += 0x9E3779B97F4A7C15ULL);
     z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
