@@ -1,0 +1,88 @@
+#include "target/AppBundleLayout.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <optional>
+
+#include "target/PropertyList.h"
+
+namespace target {
+namespace {
+
+constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
+
+// The folder `name` inside `parentFD`, when it is a real folder (an lstat
+// first, then an open that refuses links and must find the same folder).
+removal::UniqueFd openRealFolder(int parentFD, const char* name) {
+    struct stat seen {};
+    if (::fstatat(parentFD, name, &seen, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(seen.st_mode)) {
+        return {};
+    }
+    removal::UniqueFd folder(::openat(parentFD, name, kFolderFlags));
+    struct stat opened {};
+    if (!folder || ::fstat(folder.get(), &opened) != 0 || opened.st_dev != seen.st_dev ||
+        opened.st_ino != seen.st_ino) {
+        return {};
+    }
+    return folder;
+}
+
+bool isRegularFile(int folderFD, const std::string& name) {
+    struct stat status {};
+    return ::fstatat(folderFD, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISREG(status.st_mode);
+}
+
+bool isUsableName(const std::string& name) {
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
+}
+
+// Checks 2 to 8 on the open "Contents" folder.
+std::optional<AppVerificationProblem> checkContents(int contentsFD,
+                                                    const std::string& expectedIdentifier) {
+    if (!isRegularFile(contentsFD, "Info.plist")) {
+        return AppVerificationProblem::notAnAppBundle();
+    }
+    PropertyList::ReadResult read = PropertyList::readAt(contentsFD, "Info.plist");
+    const auto* info = std::get_if<PropertyList>(&read);
+    if (info == nullptr || !info->isDictionary()) {
+        return AppVerificationProblem::notAnAppBundle();
+    }
+    const std::optional<std::string> identifier = info->stringValue("CFBundleIdentifier");
+    if (!identifier) {
+        return AppVerificationProblem::missingIdentifier();
+    }
+    if (*identifier != expectedIdentifier) {
+        return AppVerificationProblem::identifierMismatch(*identifier);
+    }
+    const std::optional<std::string> executable = info->stringValue("CFBundleExecutable");
+    if (!executable || !isUsableName(*executable)) {
+        return AppVerificationProblem::missingExecutable();
+    }
+    const removal::UniqueFd macOS = openRealFolder(contentsFD, "MacOS");
+    if (!macOS || !isRegularFile(macOS.get(), *executable)) {
+        return AppVerificationProblem::missingExecutable();
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::variant<AppBundleLayout, AppVerificationProblem> AppBundleLayout::open(
+    const std::string& bundlePath, const std::string& expectedIdentifier) {
+    removal::UniqueFd bundle(::open(bundlePath.c_str(), kFolderFlags));
+    if (!bundle) {
+        return AppVerificationProblem::notAnAppBundle();
+    }
+    removal::UniqueFd contents = openRealFolder(bundle.get(), "Contents");
+    if (!contents) {
+        return AppVerificationProblem::notAnAppBundle();
+    }
+    if (auto problem = checkContents(contents.get(), expectedIdentifier)) {
+        return *std::move(problem);
+    }
+    return AppBundleLayout(std::move(bundle), std::move(contents));
+}
+
+}  // namespace target
