@@ -1,0 +1,265 @@
+// Whole runs of the engine with the real Linux adapters, a footprint planted
+// by the footprint library in a temporary home, and the real quit-aware
+// player started from the planted Tavio.app.
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "Canaries.h"
+#include "ChildProcess.h"
+#include "Footprint.h"
+#include "SpawnedProcess.h"
+#include "TempDir.h"
+#include "engine/UninstallEngine.h"
+#include "platform/linux/FilePreferencesAccess.h"
+#include "platform/linux/InstalledAppVerifier.h"
+#include "platform/linux/WorkspaceProcessControl.h"
+#include "target/InventoryBuilder.h"
+
+using engine::ItemOutcome;
+using engine::UninstallEngine;
+using engine::UninstallEvent;
+using engine::UninstallOutcome;
+using engine::UninstallReport;
+using target::Inventory;
+using target::ItemState;
+using namespace testsupport;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr const char* kId = "io.tavio.Tavio";
+constexpr const char* kHostID = "0123456789abcdef0123456789abcdef";
+
+class EngineLinuxTest : public ::testing::Test {
+protected:
+    void SetUp() override { plant(); }
+
+    void plant() {
+        footprint::FootprintOptions options;
+        options.home = home();
+        options.applications = apps();
+        options.playerPath = TAVIO_PLAYER_PATH;
+        options.hostID = kHostID;
+        options.appSizeMB = 1;
+        options.cacheFiles = 300;
+        options.largeCacheFiles = 1;
+        options.largeCacheFileMB = 1;
+        const auto planted = footprint::plantFootprint(options);
+        ASSERT_TRUE(std::holds_alternative<footprint::PlantedFootprint>(planted))
+            << std::get<std::string>(planted);
+        const auto canaries = footprint::plantCanaries(home(), apps(), manifest());
+        ASSERT_FALSE(canaries.has_value()) << *canaries;
+    }
+
+    std::string home() const { return temp_ / "home"; }
+    std::string apps() const { return temp_ / "Applications"; }
+    std::string manifest() const { return temp_ / "canaries.manifest"; }
+    std::string player() const { return apps() + "/Tavio.app/Contents/MacOS/Tavio"; }
+
+    target::UninstallContext context(uid_t uid = ::getuid()) const {
+        auto made = target::UninstallContext::make(uid, {home(), "alice"}, kId);
+        made.applicationDirectories = {apps(), home() + "/Applications"};
+        return made;
+    }
+
+    UninstallEngine engine(std::chrono::milliseconds timeout = 10s, uid_t uid = ::getuid()) const {
+        const auto ctx = context(uid);
+        return UninstallEngine{
+            ctx,
+            std::make_shared<platform::WorkspaceProcessControl>(kId),
+            std::make_shared<platform::FilePreferencesAccess>(
+                home(),
+                std::vector<platform::PreferencesHost>{platform::PreferencesHost::anyHost,
+                                                       platform::PreferencesHost::currentHost},
+                kHostID, uid),
+            std::make_shared<platform::InstalledAppVerifier>(), timeout, 50ms};
+    }
+
+    Inventory scan(const UninstallEngine& e) const {
+        return target::InventoryBuilder{e.context, e.verifier, e.preferences, "Tavio.app"}.build();
+    }
+
+    // Starts the planted player and waits until the adapter sees it running.
+    std::unique_ptr<SpawnedProcess> startPlayer(std::vector<std::string> arguments) {
+        arguments.push_back("--exit-with-parent");
+        auto process = std::make_unique<SpawnedProcess>(player(), arguments);
+        EXPECT_TRUE(process->readUntil("ready").has_value());
+        const platform::WorkspaceProcessControl control(kId);
+        const auto deadline = std::chrono::steady_clock::now() + 5s;
+        while (!control.isRunning() && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(5ms);
+        }
+        EXPECT_TRUE(control.isRunning());
+        return process;
+    }
+
+    void expectCanariesIntact() const {
+        const auto check = footprint::checkCanaries(home(), apps(), manifest());
+        ASSERT_TRUE(std::holds_alternative<footprint::CanaryCheck>(check));
+        const auto& result = std::get<footprint::CanaryCheck>(check);
+        EXPECT_TRUE(result.passed()) << "missing " << result.missing.size() << ", changed "
+                                     << result.changed.size();
+    }
+
+    void recordEvents(const UninstallEvent& event) {
+        static const char* kinds[] = {"removing", "finished", "waitingForQuit"};
+        events_.push_back(kinds[static_cast<int>(event.kind())]);
+    }
+
+    TempDir temp_;
+    std::vector<std::string> events_;
+};
+
+TEST_F(EngineLinuxTest, TavioQuitsWithinTheWaitAndEverythingIsRemoved) {
+    const UninstallEngine e = engine();
+    const Inventory inventory = scan(e);
+    ASSERT_EQ(inventory.removableItems().size(), 10u) << "every location and the app were planted";
+    auto tavio = startPlayer({"--quit-delay-ms", "150"});
+    const UninstallReport report =
+        e.run(inventory, [this](const UninstallEvent& event) { recordEvents(event); });
+    EXPECT_EQ(report.outcome, UninstallOutcome::completed);
+    ASSERT_FALSE(events_.empty());
+    EXPECT_EQ(events_.front(), "waitingForQuit");
+    EXPECT_EQ(events_.size(), 1 + 2 * inventory.items.size());
+    for (const auto& result : report.results) {
+        EXPECT_TRUE(result.outcome.isDone()) << result.item.id;
+    }
+    for (const auto& item : scan(e).items) {
+        EXPECT_EQ(item.state, ItemState::absent()) << item.id;
+    }
+    EXPECT_FALSE(e.preferences->hasValues(kId));
+    EXPECT_TRUE(tavio->waitForExit(5s).has_value());
+    expectCanariesIntact();
+}
+
+TEST_F(EngineLinuxTest, TavioThatIgnoresTheQuitRequestMeansNothingChanges) {
+    const UninstallEngine e = engine(800ms);
+    const Inventory inventory = scan(e);
+    const std::size_t entries = countEntries(temp_.path());
+    auto tavio = startPlayer({"--ignore-quit"});
+    const UninstallReport report =
+        e.run(inventory, [this](const UninstallEvent& event) { recordEvents(event); });
+    EXPECT_EQ(report, (UninstallReport{UninstallOutcome::didNotQuit, {}}));
+    EXPECT_EQ(events_, std::vector<std::string>{"waitingForQuit"});
+    EXPECT_EQ(tavio->linesBeforePing().value_or(std::vector<std::string>{}),
+              std::vector<std::string>{"term"})
+        << "asked to quit exactly once";
+    EXPECT_EQ(countEntries(temp_.path()), entries);
+    EXPECT_TRUE(e.preferences->hasValues(kId));
+    EXPECT_EQ(scan(e), inventory);
+    expectCanariesIntact();
+}
+
+TEST_F(EngineLinuxTest, CancelledDuringTheWaitChangesNothing) {
+    const UninstallEngine e = engine(30s);
+    const Inventory inventory = scan(e);
+    const std::size_t entries = countEntries(temp_.path());
+    auto tavio = startPlayer({"--ignore-quit"});
+    std::stop_source stop;
+    std::thread canceller([&stop] {
+        std::this_thread::sleep_for(200ms);
+        stop.request_stop();
+    });
+    const UninstallReport report = e.run(inventory, [](const UninstallEvent&) {}, stop.get_token());
+    canceller.join();
+    EXPECT_EQ(report, (UninstallReport{UninstallOutcome::cancelled, {}}));
+    EXPECT_EQ(countEntries(temp_.path()), entries);
+    EXPECT_EQ(scan(e), inventory);
+}
+
+TEST_F(EngineLinuxTest, CancelledAfterTheFirstItemBeganIsIgnored) {
+    const UninstallEngine e = engine();
+    std::stop_source stop;
+    const UninstallReport report = e.run(
+        scan(e), [&stop](const UninstallEvent&) { stop.request_stop(); }, stop.get_token());
+    EXPECT_EQ(report.outcome, UninstallOutcome::completed);
+    for (const auto& item : scan(e).items) {
+        EXPECT_EQ(item.state, ItemState::absent()) << item.id;
+    }
+    expectCanariesIntact();
+}
+
+TEST_F(EngineLinuxTest, TavioStartedAgainDuringRemovalLeavesTheRestInPlace) {
+    const UninstallEngine e = engine();
+    const Inventory inventory = scan(e);
+    std::unique_ptr<SpawnedProcess> tavio;
+    const UninstallReport report = e.run(inventory, [&](const UninstallEvent& event) {
+        if (!tavio && event.kind() == UninstallEvent::Kind::removing) {
+            tavio = startPlayer({});
+        }
+    });
+    EXPECT_EQ(report.outcome, UninstallOutcome::incomplete);
+    for (const auto& result : report.results) {
+        ASSERT_EQ(result.outcome.kind(), ItemOutcome::Kind::failed) << result.item.id;
+        EXPECT_EQ(result.outcome.failures()[0].reason.explanation(), "Tavio is still running");
+    }
+    EXPECT_EQ(scan(e), inventory);
+    expectCanariesIntact();
+}
+
+TEST_F(EngineLinuxTest, FileRecreatedAfterRemovalIsReportedAsCreatedAgain) {
+    const UninstallEngine e = engine();
+    const Inventory inventory = scan(e);
+    const std::string caches = home() + "/Library/Caches/" + kId;
+    std::string finishedAs;
+    // A background writer that puts a cache file back as soon as the cache
+    // folder is gone, as a player helper left running might.
+    const UninstallReport report = e.run(inventory, [&](const UninstallEvent& event) {
+        if (event.kind() == UninstallEvent::Kind::finished && event.item()->path == caches) {
+            finishedAs = event.outcome()->kind() == ItemOutcome::Kind::removed ? "removed" : "?";
+            std::thread writer([&] {
+                makeDirectories(caches);
+                writeFile(caches + "/thumbnail.jpg", "again");
+            });
+            writer.join();
+        }
+    });
+    EXPECT_EQ(finishedAs, "removed");
+    EXPECT_EQ(report.outcome, UninstallOutcome::incomplete);
+    const auto remaining = report.remaining();
+    ASSERT_EQ(remaining.size(), 1u);
+    EXPECT_EQ(remaining[0].path, caches);
+    EXPECT_EQ(remaining[0].reason, "It was created again after removal");
+}
+
+TEST_F(EngineLinuxTest, FileTheUserMayNotDeleteIsTheOnlyThingThatRemains) {
+    if (::getuid() != 0) {
+        GTEST_SKIP() << "needs root to prepare files owned by two users";
+    }
+    constexpr uid_t kUser = 65534;
+    const std::string logs = home() + "/Library/Logs/" + kId;
+    makeDirectories(logs + "/locked");
+    writeFile(logs + "/locked/session.log", "root's");
+    // Everything is the user's but the locked folder, which stays root's.
+    const auto answer = runInChild([&]() -> std::string {
+        if (std::system(("chown -R 65534:65534 '" + temp_.path() + "' && chown 0:0 '" + logs +
+                         "/locked' '" + logs + "/locked/session.log'")
+                            .c_str()) != 0) {
+            return "chown failed";
+        }
+        if (::setgroups(0, nullptr) != 0 || ::setgid(kUser) != 0 || ::setuid(kUser) != 0) {
+            return "cannot drop privileges";
+        }
+        const UninstallEngine e = engine(10s, kUser);
+        const UninstallReport report = e.run(scan(e), [](const UninstallEvent&) {});
+        std::string text = report.outcome == UninstallOutcome::incomplete ? "incomplete" : "other";
+        for (const auto& path : report.remaining()) {
+            text += "\n" + path.path + ": " + path.reason;
+        }
+        return text;
+    });
+    ASSERT_TRUE(answer.has_value());
+    EXPECT_EQ(*answer, "incomplete\n" + logs + "/locked/session.log: Permission denied");
+    EXPECT_EQ(readFile(logs + "/locked/session.log"), "root's");
+    EXPECT_FALSE(exists(home() + "/Library/Caches/" + kId));
+    EXPECT_FALSE(exists(apps() + "/Tavio.app"));
+    expectCanariesIntact();
+}
+
+}  // namespace
