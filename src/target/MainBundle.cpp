@@ -1,7 +1,6 @@
 #include "target/MainBundle.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <string>
 
@@ -24,16 +23,6 @@ std::string_view folderOf(std::string_view path) {
 std::string_view nameOf(std::string_view path) {
     const std::size_t slash = path.rfind('/');
     return slash == std::string_view::npos ? path : path.substr(slash + 1);
-}
-
-std::string executablePath() {
-    std::string buffer(4096, '\0');
-    const ssize_t length = ::readlink("/proc/self/exe", buffer.data(), buffer.size());
-    if (length <= 0 || static_cast<std::size_t>(length) >= buffer.size()) {
-        return {};
-    }
-    buffer.resize(static_cast<std::size_t>(length));
-    return buffer;
 }
 
 }  // namespace
@@ -73,7 +62,7 @@ MainBundle MainBundle::load(const std::string& path) {
 }
 
 const MainBundle& MainBundle::main() {
-    static const MainBundle bundle = load(infoPropertyListPath(executablePath()));
+    static const MainBundle bundle = load(infoPropertyListPath(runningExecutablePath()));
     return bundle;
 }
 

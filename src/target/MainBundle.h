@@ -40,4 +40,9 @@ private:
     std::optional<PropertyList> info_;
 };
 
+// The absolute path of the running program's executable with links resolved,
+// or an empty string when the system cannot tell. One implementation per
+// platform (Linux: /proc/self/exe).
+std::string runningExecutablePath();
+
 }  // namespace target
