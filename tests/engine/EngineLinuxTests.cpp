@@ -33,7 +33,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr const char* kId = "io.tavio.Tavio";
+// Each test process has a product identifier of its own: the process adapter
+// finds every running player of the user, and tests run side by side.
+const std::string kId = "io.tavio.Tavio.test" + std::to_string(::getpid());
 constexpr const char* kHostID = "0123456789abcdef0123456789abcdef";
 
 class EngineLinuxTest : public ::testing::Test {
@@ -46,6 +48,7 @@ protected:
         options.applications = apps();
         options.playerPath = TAVIO_PLAYER_PATH;
         options.hostID = kHostID;
+        options.identifier = kId;
         options.appSizeMB = 1;
         options.cacheFiles = 300;
         options.largeCacheFiles = 1;
