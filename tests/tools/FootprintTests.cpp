@@ -8,6 +8,7 @@
 #include "Files.h"
 #include "Footprint.h"
 #include "TempDir.h"
+#include "platform/linux/BundleSeal.h"
 #include "target/PropertyList.h"
 
 namespace {
@@ -168,6 +169,31 @@ TEST_F(FootprintTest, AppBundleDeclaresTheProductAndRunsThePlayer) {
     struct stat st {};
     ASSERT_EQ(::stat((contents + "/MacOS/Tavio").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0755u);
+}
+
+TEST_F(FootprintTest, AppBundleIsSealedForTheIdentifier) {
+    plant(options);
+    const std::string bundle = options.applications + "/Tavio.app";
+
+    EXPECT_TRUE(platform::sealIsValid(bundle, kIdentifier));
+    EXPECT_FALSE(platform::sealIsValid(bundle, "io.tavio.TavioBeta"));
+}
+
+TEST_F(FootprintTest, SealCoversEveryPlantedFileSoAChangeBreaksIt) {
+    plant(options);
+    const std::string bundle = options.applications + "/Tavio.app";
+    testsupport::writeFile(bundle + "/Contents/Resources/en.lproj/Localizable.strings", "changed");
+
+    EXPECT_FALSE(platform::sealIsValid(bundle, kIdentifier));
+}
+
+TEST_F(FootprintTest, NoSealLeavesTheAppUnsealed) {
+    options.seal = false;
+    plant(options);
+    const std::string bundle = options.applications + "/Tavio.app";
+
+    EXPECT_FALSE(testsupport::exists(bundle + "/Contents/_CodeSignature"));
+    EXPECT_FALSE(platform::sealIsValid(bundle, kIdentifier));
 }
 
 TEST_F(FootprintTest, AppBundleHasAboutTheRequestedSize) {

@@ -1,11 +1,14 @@
 // The installed app: the bundle layout the uninstaller verifies, with the
 // stand-in player as its executable so that a planted app can really be run.
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstdio>
 
 #include "Footprint.h"
 #include "Planter.h"
 #include "Plists.h"
+#include "platform/linux/BundleSeal.h"
 
 namespace footprint {
 namespace {
@@ -53,6 +56,24 @@ void plantPadding(Planter& p, const std::string& contents, std::uint64_t have, s
     }
 }
 
+// Seals the finished bundle for the identifier, as the product is shipped,
+// and counts the seal among the planted files.
+Error sealBundle(const std::string& bundle,
+                 const std::string& identifier,
+                 PlantedFootprint& planted) {
+    if (const auto error = platform::writeSeal(bundle, identifier)) {
+        return "cannot seal " + bundle + ": " + error->message;
+    }
+    struct stat seal {};
+    const std::string sealPath = bundle + "/Contents/" + std::string(platform::kSealFolder) + "/" +
+                                 std::string(platform::kSealFile);
+    if (::lstat(sealPath.c_str(), &seal) == 0) {
+        planted.files += 1;
+        planted.bytes += static_cast<std::uint64_t>(seal.st_size);
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 std::variant<PlantedFootprint, std::string> plantAppBundle(const FootprintOptions& options) {
@@ -77,6 +98,11 @@ std::variant<PlantedFootprint, std::string> plantAppBundle(const FootprintOption
     plantPadding(p, contents, planted.bytes, options.appSizeMB);
     if (!p.ok()) {
         return *p.error();
+    }
+    if (options.seal) {
+        if (const auto error = sealBundle(bundle, options.identifier, planted)) {
+            return *error;
+        }
     }
     planted.locations.push_back(bundle);
     return planted;

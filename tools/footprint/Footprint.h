@@ -26,6 +26,7 @@ struct FootprintOptions {
     std::size_t largeCacheFileMB = 4;
     std::size_t torrentCopies = 12;
     bool app = true;
+    bool seal = true;  // seal the app for the identifier, as it ships
 };
 
 // What was planted: the product's locations (absolute paths, in the order in
@@ -44,7 +45,8 @@ std::variant<PlantedFootprint, std::string> plantFootprint(const FootprintOption
 // Plants only the app bundle <applications>/<appName>: Info.plist with the
 // identifier and the executable's name, the player as that executable, a
 // small framework with version links, resources padded to about
-// options.appSizeMB, and the bundle seal for the identifier. Its one location
+// options.appSizeMB, and (unless options.seal is false) the bundle seal for
+// the identifier. Its one location
 // is the bundle's path.
 std::variant<PlantedFootprint, std::string> plantAppBundle(const FootprintOptions& options);
 

@@ -3,8 +3,8 @@
 //
 //   tavio-footprint --home DIR --applications DIR [--app-size-mb N]
 //                   [--cache-files N] [--identifier ID] [--no-app]
-//                   [--no-canaries] [--player PATH] [--host-id ID]
-//                   [--manifest PATH]
+//                   [--no-canaries] [--no-seal] [--player PATH]
+//                   [--host-id ID] [--manifest PATH]
 //   tavio-footprint --check-canaries --home DIR --applications DIR [--manifest PATH]
 //
 // Exit status: 0 done (or all canaries intact), 1 a canary changed or went
@@ -38,8 +38,9 @@ struct Command {
     std::fprintf(stderr,
                  "usage: tavio-footprint --home DIR --applications DIR [--app-size-mb N] "
                  "[--cache-files N]\n"
-                 "         [--identifier ID] [--no-app] [--no-canaries] [--player PATH] "
-                 "[--host-id ID] [--manifest PATH]\n"
+                 "         [--identifier ID] [--no-app] [--no-canaries] [--no-seal] "
+                 "[--player PATH]\n"
+                 "         [--host-id ID] [--manifest PATH]\n"
                  "       tavio-footprint --check-canaries --home DIR --applications DIR "
                  "[--manifest PATH]\n");
     std::exit(2);
@@ -69,6 +70,8 @@ Command parse(int argc, char** argv) {
             o.app = false;
         } else if (arg == "--no-canaries") {
             command.canaries = false;
+        } else if (arg == "--no-seal") {
+            o.seal = false;
         } else if (!hasValue) {
             usage("unknown or incomplete option: " + arg);
         } else if (arg == "--home") {
