@@ -26,6 +26,13 @@ std::string childPath(const std::string& path, const std::string& name) {
     return path.back() == '/' ? path + name : path + '/' + name;
 }
 
+// One entry of a listing, with the type readdir reported (DT_UNKNOWN when the
+// file system does not say).
+struct Entry {
+    std::string name;
+    unsigned char type;
+};
+
 // One folder being emptied: its complete listing, taken before anything in it
 // is deleted, and how far the deletion has got.
 struct Level {
@@ -33,7 +40,7 @@ struct Level {
     std::string path;
     UniqueFd fd;  // closed for outer levels when the descriptor budget is spent
     FileIdentity identity;
-    std::vector<std::string> names;
+    std::vector<Entry> entries;
     std::size_t next = 0;
     bool failed = false;
 };
@@ -50,8 +57,9 @@ public:
 private:
     bool enter(int parentFD, const std::string& name, const std::string& path,
                const std::optional<FileIdentity>& identity);
-    bool list(int fd, std::vector<std::string>& names, const std::string& path);
-    void removeEntry(Level& level, const std::string& name);
+    bool list(int fd, std::vector<Entry>& entries, const std::string& path);
+    void removeEntry(Level& level, const Entry& entry);
+    bool unlinkKnownNonDirectory(Level& level, const Entry& entry, const std::string& path);
     void leave();
     int reachParent(Level& done);
     void releaseOuterDescriptors();
@@ -74,8 +82,8 @@ void TreeRemoval::run(const std::string& name, const std::string& path,
     }
     while (!stack_.empty()) {
         Level& top = stack_.back();
-        if (top.next < top.names.size()) {
-            const std::string entry = top.names[top.next++];
+        if (top.next < top.entries.size()) {
+            const Entry entry = top.entries[top.next++];
             removeEntry(top, entry);
         } else {
             leave();
@@ -108,18 +116,18 @@ bool TreeRemoval::enter(int parentFD, const std::string& name, const std::string
         report(path, RemovalReason::crossesVolume());
         return false;
     }
-    std::vector<std::string> names;
-    if (!list(fd.get(), names, path)) {
+    std::vector<Entry> entries;
+    if (!list(fd.get(), entries, path)) {
         return false;
     }
-    stack_.push_back(Level{name, path, std::move(fd), found, std::move(names)});
+    stack_.push_back(Level{name, path, std::move(fd), found, std::move(entries)});
     releaseOuterDescriptors();
     return true;
 }
 
 // Reads the whole folder before anything in it is deleted: deleting while
 // reading could make readdir skip or repeat entries.
-bool TreeRemoval::list(int fd, std::vector<std::string>& names, const std::string& path) {
+bool TreeRemoval::list(int fd, std::vector<Entry>& entries, const std::string& path) {
     UniqueFd duplicate(::dup(fd));
     if (!duplicate) {
         report(path, reasonForErrno(errno));
@@ -141,7 +149,7 @@ bool TreeRemoval::list(int fd, std::vector<std::string>& names, const std::strin
         }
         const std::string_view entryName(entry->d_name);
         if (entryName != "." && entryName != "..") {
-            names.emplace_back(entryName);
+            entries.push_back({std::string(entryName), entry->d_type});
         }
     }
     (void)::closedir(dir);
@@ -152,10 +160,14 @@ bool TreeRemoval::list(int fd, std::vector<std::string>& names, const std::strin
     return true;
 }
 
-void TreeRemoval::removeEntry(Level& level, const std::string& name) {
-    const std::string path = childPath(level.path, name);
+void TreeRemoval::removeEntry(Level& level, const Entry& entry) {
+    const std::string path = childPath(level.path, entry.name);
+    if (unlinkKnownNonDirectory(level, entry, path)) {
+        return;
+    }
+    const char* name = entry.name.c_str();
     struct stat st {};
-    if (::fstatat(level.fd.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (::fstatat(level.fd.get(), name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
         if (errno != ENOENT) {  // gone already: someone else removed it
             report(path, reasonForErrno(errno));
             level.failed = true;
@@ -167,16 +179,38 @@ void TreeRemoval::removeEntry(Level& level, const std::string& name) {
         if (depth >= kTreeDepthLimit) {
             report(path, RemovalReason::tooDeep());
             level.failed = true;
-        } else if (!enter(level.fd.get(), name, path, std::nullopt)) {
+        } else if (!enter(level.fd.get(), entry.name, path, std::nullopt)) {
             level.failed = true;  // enter() pushed nothing, so `level` is still valid
         }
         return;
     }
     // Files, links, sockets, pipes and devices are unlinked, never opened.
-    if (::unlinkat(level.fd.get(), name.c_str(), 0) != 0 && errno != ENOENT) {
+    if (::unlinkat(level.fd.get(), name, 0) != 0 && errno != ENOENT) {
         report(path, reasonForErrno(errno));
         level.failed = true;
     }
+}
+
+// Most entries are files whose type the listing already gave: they go with
+// one unlink and no status call, which keeps a large tree close to the cost of
+// `rm -rf`. An unlink without AT_REMOVEDIR never follows a link and never
+// removes a folder, so a stale type is harmless: an entry that became a folder
+// answers EISDIR and is looked at again by the careful path. Returns false
+// when the entry still needs that path.
+bool TreeRemoval::unlinkKnownNonDirectory(Level& level, const Entry& entry,
+                                          const std::string& path) {
+    if (entry.type == DT_DIR || entry.type == DT_UNKNOWN) {
+        return false;
+    }
+    if (::unlinkat(level.fd.get(), entry.name.c_str(), 0) == 0 || errno == ENOENT) {
+        return true;
+    }
+    if (errno == EISDIR) {
+        return false;
+    }
+    report(path, reasonForErrno(errno));
+    level.failed = true;
+    return true;
 }
 
 // The top folder is empty (or kept because of a failure below): remove it

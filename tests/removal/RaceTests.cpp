@@ -16,12 +16,16 @@ TEST_F(RaceTest, EntryDeletedByOthersAfterTheListingIsNoFailure) {
     writeFile(at("item/stays"), "y");
     const std::string item = at("item");
     int deleted = 0;
-    hooks::beforeFstatat = [&](int, const std::string& name) {
-        if (name == "gone" || name == "gone-dir") {
+    const hooks::Hook deleteFirst = [&](int, const std::string& name) {
+        if ((name == "gone" || name == "gone-dir") && exists(item + "/" + name)) {
             removeAll(item + "/" + name);
             ++deleted;
         }
     };
+    // Folders are looked at before they are entered, files are unlinked at
+    // once: either way, the entry is gone by the time the removal reaches it.
+    hooks::beforeFstatat = deleteFirst;
+    hooks::beforeUnlinkat = deleteFirst;
     EXPECT_EQ(remover().remove({"item"}), RemovalOutcome::removed());
     EXPECT_EQ(deleted, 2);
     EXPECT_FALSE(exists(item));
@@ -64,23 +68,41 @@ TEST_F(RaceTest, FinalFolderVanishingBetweenWalkAndOpenIsASystemError) {
               RemovalOutcome::failed({{dir, RemovalReason::system(ENOENT)}}));
 }
 
-TEST_F(RaceTest, EntryRecreatedAsAFolderBeforeItsUnlinkIsReportedAndKept) {
+// The listing said "file", but by the time of the unlink a folder stands
+// there. The unlink cannot touch a folder; the entry is looked at again and,
+// being a folder inside the item on the same volume, removed as one.
+TEST_F(RaceTest, EntryReplacedByAFolderBeforeItsUnlinkIsLookedAtAgain) {
     makeDirectories(at("item"));
     writeFile(at("item/entry"), "x");
     writeFile(at("item/sibling"), "y");
     const std::string item = at("item");
+    int replaced = 0;
     hooks::beforeUnlinkat = [&](int, const std::string& name) {
         if (name == "entry" && !isDirectory(item + "/entry")) {
             removeAll(item + "/entry");
             makeDirectories(item + "/entry");
+            writeFile(item + "/entry/inside", "z");
+            ++replaced;
         }
     };
-    const RemovalOutcome outcome = remover().remove({"item"});
-    ASSERT_EQ(outcome.kind(), RemovalOutcome::Kind::failed);
-    ASSERT_EQ(outcome.failures().size(), 1u);
-    EXPECT_EQ(outcome.failures()[0].path, item + "/entry");
-    EXPECT_TRUE(isDirectory(item + "/entry"));
-    EXPECT_FALSE(exists(item + "/sibling"));
+    EXPECT_EQ(remover().remove({"item"}), RemovalOutcome::removed());
+    EXPECT_EQ(replaced, 1);
+    EXPECT_FALSE(exists(item));
+}
+
+TEST_F(RaceTest, EntryReplacedByALinkBeforeItsUnlinkLosesOnlyTheLink) {
+    makeDirectories(at("item"));
+    writeFile(at("item/entry"), "x");
+    const std::string item = at("item");
+    hooks::beforeUnlinkat = [&](int, const std::string& name) {
+        if (name == "entry" && !isLink(item + "/entry")) {
+            removeAll(item + "/entry");
+            makeLink(outside(), item + "/entry");
+        }
+    };
+    EXPECT_EQ(remover().remove({"item"}), RemovalOutcome::removed());
+    EXPECT_FALSE(exists(item));
+    expectCanariesIntact();
 }
 
 }  // namespace

@@ -79,7 +79,7 @@ TEST_F(TreeRemovalTest, FolderMovedAwayWhileDeepInsideStopsTheWayBackUp) {
     const std::string level14 = chainPath(at("tree"), 14);
     const std::string elsewhere = temp_ / "elsewhere";
     makeDirectories(elsewhere);
-    hooks::beforeFstatat = [&](int, const std::string& name) {
+    hooks::beforeUnlinkat = [&](int, const std::string& name) {
         if (name == "marker") {
             ASSERT_EQ(std::rename((level14 + "/d").c_str(), (elsewhere + "/d").c_str()), 0);
         }
