@@ -1,0 +1,128 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+import UninstallTavio
+
+// The first screen when something was found: whose data goes, what was found
+// for each category, what stays, and the way on. "Uninstall…" only asks for
+// confirmation; the removal starts from the alert.
+ColumnLayout {
+    id: root
+
+    required property var model
+
+    spacing: Theme.sectionSpacing
+
+    // A heading over a card, both inset as the reader expects.
+    component Section: ColumnLayout {
+        id: section
+        required property string heading
+        default property alias cardContent: card.content
+
+        Layout.fillWidth: true
+        spacing: 4
+
+        Label {
+            Layout.leftMargin: 10
+            Layout.rightMargin: 10
+            text: section.heading
+            font.weight: Font.DemiBold
+            color: Theme.label
+            Accessible.role: Accessible.Heading
+            Accessible.name: section.heading
+        }
+
+        Card {
+            id: card
+        }
+    }
+
+    Header {
+        title: qsTr("Uninstall Tavio?")
+        detail: qsTr("This permanently removes Tavio and its data for the user “%1”. Other users on this Mac are not affected.")
+                .arg(root.model.userName)
+    }
+
+    Section {
+        objectName: "removalSection"
+        heading: qsTr("Will be removed")
+
+        Repeater {
+            objectName: "reviewRows"
+            model: CategoryRows.categories
+
+            ColumnLayout {
+                id: entry
+                required property string modelData
+                required property int index
+                readonly property var row: CategoryRows.reviewRow(root.model.items, entry.modelData)
+
+                Layout.fillWidth: true
+                spacing: 0
+
+                Divider {
+                    visible: entry.index > 0
+                }
+
+                PathRow {
+                    objectName: "reviewRow_" + entry.modelData
+                    symbol: entry.row.symbol
+                    title: entry.row.title
+                    paths: entry.row.paths
+                    trailing: entry.row.trailing
+                    reason: entry.row.reason
+                    warning: entry.row.warning
+                }
+            }
+        }
+    }
+
+    Section {
+        objectName: "keepSection"
+        heading: qsTr("Stays on your Mac")
+
+        PathRow {
+            objectName: "keepRow"
+            symbol: "checkmark"
+            title: qsTr("Your original .torrent files, exports and downloaded files")
+        }
+    }
+
+    RowLayout {
+        Layout.fillWidth: true
+
+        ActionButton {
+            id: cancelButton
+            objectName: "cancelButton"
+            text: qsTr("Cancel")
+            onClicked: root.model.quit()
+        }
+
+        Item {
+            Layout.fillWidth: true
+        }
+
+        ActionButton {
+            id: uninstallButton
+            objectName: "uninstallButton"
+            text: qsTr("Uninstall…")
+            prominent: true
+            destructive: true
+            enabled: root.model.removableCount > 0
+            onClicked: root.model.isConfirming = true
+        }
+    }
+
+    // While the confirmation alert is up, its own keys apply instead.
+    Shortcut {
+        sequences: [StandardKey.Cancel]
+        enabled: !root.model.isConfirming
+        onActivated: cancelButton.clicked()
+    }
+
+    Shortcut {
+        sequences: ["Return", "Enter"]
+        enabled: !root.model.isConfirming && uninstallButton.enabled
+        onActivated: uninstallButton.clicked()
+    }
+}

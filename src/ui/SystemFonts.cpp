@@ -1,0 +1,7 @@
+#include "SystemFonts.h"
+
+#include <QFontDatabase>
+
+SystemFonts::SystemFonts(QObject* parent) : QObject(parent) {}
+
+QFont SystemFonts::fixed() { return QFontDatabase::systemFont(QFontDatabase::FixedFont); }

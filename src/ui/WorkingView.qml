@@ -1,0 +1,130 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+import UninstallTavio
+
+// The screen of a run. While Tavio is asked to quit nothing has been touched,
+// so "Cancel" still works; once removal has begun it cannot be stopped, and
+// the button stays in place but inert so the layout does not jump.
+ColumnLayout {
+    id: root
+
+    required property var model
+
+    readonly property bool waiting: root.model.waitingForQuit
+
+    spacing: Theme.sectionSpacing
+
+    // One category's progress. The status word is what a screen reader says
+    // after the title.
+    component StatusRow: Item {
+        id: statusRow
+        required property var row
+
+        Layout.fillWidth: true
+        implicitHeight: line.implicitHeight + 16
+        opacity: statusRow.row.status === "pending" ? 0.6 : 1.0
+
+        Accessible.role: Accessible.ListItem
+        Accessible.name: statusRow.row.title
+        Accessible.description: statusRow.row.value
+
+        RowLayout {
+            id: line
+            anchors.fill: parent
+            anchors.leftMargin: 12
+            anchors.rightMargin: 12
+            anchors.topMargin: 8
+            anchors.bottomMargin: 8
+            spacing: 10
+
+            SymbolImage {
+                objectName: "statusSymbol"
+                Layout.preferredWidth: 18
+                Layout.alignment: Qt.AlignVCenter | Qt.AlignHCenter
+                symbol: statusRow.row.symbol
+                color: statusRow.row.status === "done" ? Theme.green
+                     : statusRow.row.status === "failed" ? Theme.orange
+                     : Theme.secondary
+            }
+
+            Label {
+                Layout.fillWidth: true
+                text: statusRow.row.title
+                wrapMode: Text.Wrap
+                color: Theme.label
+                Accessible.ignored: true
+            }
+        }
+    }
+
+    Header {
+        title: root.waiting ? qsTr("Waiting for Tavio to Quit…") : qsTr("Removing Tavio…")
+        detail: root.waiting
+                ? qsTr("Tavio is saving your playback position and cleaning up its temporary files.")
+                : qsTr("Don’t restart your Mac or open Tavio until this finishes.")
+    }
+
+    ProgressBar {
+        objectName: "progressBar"
+        Layout.fillWidth: true
+        indeterminate: root.waiting
+        from: 0
+        to: Math.max(Object.keys(root.model.rowStates).length, 1)
+        value: root.model.finishedCount
+        Accessible.name: root.waiting ? qsTr("Waiting for Tavio") : qsTr("Uninstall progress")
+    }
+
+    Card {
+        objectName: "progressCard"
+        visible: !root.waiting
+
+        Repeater {
+            objectName: "statusRows"
+            model: CategoryRows.categories
+
+            ColumnLayout {
+                id: entry
+                required property string modelData
+                required property int index
+
+                Layout.fillWidth: true
+                spacing: 0
+
+                Divider {
+                    visible: entry.index > 0
+                }
+
+                StatusRow {
+                    objectName: "statusRow_" + entry.modelData
+                    row: CategoryRows.workingRow(root.model.items, root.model.rowStates, entry.modelData)
+                }
+            }
+        }
+    }
+
+    RowLayout {
+        Layout.fillWidth: true
+
+        ActionButton {
+            id: cancelButton
+            objectName: "cancelButton"
+            text: qsTr("Cancel")
+            enabled: root.waiting
+            onClicked: {
+                if (root.model.waitingForQuit)
+                    root.model.cancel()
+            }
+        }
+
+        Item {
+            Layout.fillWidth: true
+        }
+    }
+
+    Shortcut {
+        sequences: [StandardKey.Cancel]
+        enabled: root.waiting
+        onActivated: cancelButton.clicked()
+    }
+}

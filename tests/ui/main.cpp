@@ -1,0 +1,21 @@
+// Runs the screen tests against the same QML module that the application
+// loads, in the Fusion style that the application uses.
+#include <QQmlEngine>
+#include <QQuickStyle>
+#include <QtQml/qqmlextensionplugin.h>
+#include <QtQuickTest/quicktest.h>
+
+Q_IMPORT_QML_PLUGIN(UninstallTavioPlugin)
+
+class Setup : public QObject {
+  Q_OBJECT
+
+ public slots:
+  void applicationAvailable() { QQuickStyle::setStyle(QStringLiteral("Fusion")); }
+
+  void qmlEngineAvailable(QQmlEngine* engine) { engine->addImportPath(QStringLiteral("qrc:/qt/qml")); }
+};
+
+QUICK_TEST_MAIN_WITH_SETUP(ui, Setup)
+
+#include "main.moc"
