@@ -50,14 +50,36 @@ private:
         return at <= objectsEnd_ && length <= objectsEnd_ - at;
     }
     // libplist keeps strings as C strings and would silently cut one short
-    // at a NUL character, so a string holding one makes the list unusable.
-    bool holdsNul(std::size_t at, std::uint64_t count, std::size_t unitSize) const {
+    // at a NUL character, and it cuts them short again when it writes text
+    // that is not valid Unicode. Such a string makes the list unusable: an
+    // ASCII string must be ASCII, a UTF-16 one valid UTF-16, neither with NUL.
+    bool isCleanAscii(std::size_t at, std::uint64_t count) const {
         for (std::uint64_t i = 0; i < count; ++i) {
-            if (bigEndian(bytes_, at + i * unitSize, unitSize) == 0) {
-                return true;
+            const auto c = static_cast<unsigned char>(bytes_[at + i]);
+            if (c == 0 || c >= 0x80) {
+                return false;
             }
         }
-        return false;
+        return true;
+    }
+    bool isCleanUtf16(std::size_t at, std::uint64_t count) const {
+        for (std::uint64_t i = 0; i < count; ++i) {
+            const std::uint64_t unit = bigEndian(bytes_, at + i * 2, 2);
+            if (unit == 0 || (unit >= 0xDC00 && unit <= 0xDFFF)) {
+                return false;  // NUL, or a low surrogate without its high one
+            }
+            if (unit >= 0xD800 && unit <= 0xDBFF) {
+                if (i + 1 == count) {
+                    return false;
+                }
+                const std::uint64_t low = bigEndian(bytes_, at + (i + 1) * 2, 2);
+                if (low < 0xDC00 || low > 0xDFFF) {
+                    return false;
+                }
+                ++i;
+            }
+        }
+        return true;
     }
     bool visitChild(std::vector<Frame>& stack);
     bool finish(std::vector<Frame>& stack);
@@ -145,12 +167,12 @@ BinaryShape::Object BinaryShape::examine(std::uint64_t index, Container& contain
             return length && fits(end, *length) ? Object::scalar : Object::invalid;
         case 0x5:  // ASCII string
             length = sizedLength(at, end);
-            return length && fits(end, *length) && !holdsNul(end, *length, 1) ? Object::scalar
-                                                                              : Object::invalid;
+            return length && fits(end, *length) && isCleanAscii(end, *length) ? Object::scalar
+                                                                               : Object::invalid;
         case 0x6:  // UTF-16 string, length in code units
             length = sizedLength(at, end);
             return length && *length <= objectsEnd_ && fits(end, *length * 2) &&
-                           !holdsNul(end, *length, 2)
+                           isCleanUtf16(end, *length)
                        ? Object::scalar
                        : Object::invalid;
         case 0x8:  // uid of n + 1 bytes

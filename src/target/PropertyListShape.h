@@ -26,7 +26,9 @@ inline constexpr std::size_t kPropertyListNodeLimit = 2'000'000;
 // top object lie inside the data, no container holds itself, the nesting
 // stays within kPropertyListDepthLimit and the expanded tree within
 // kPropertyListNodeLimit. Object types that cannot be sized are refused, and
-// so are strings holding a NUL character, which libplist would cut short.
+// so are strings that libplist would cut short when reading or writing them:
+// ASCII strings with a NUL or a byte above 0x7F, UTF-16 strings with a NUL or
+// a lone surrogate.
 bool binaryShapeIsAcceptable(std::string_view bytes);
 
 // True when an XML list cannot open more than kPropertyListDepthLimit
@@ -34,8 +36,9 @@ bool binaryShapeIsAcceptable(std::string_view bytes);
 // errs upwards: every "<dict" or "<array" counts as an opening (inside
 // comments and attributes too), except the plain self-closing forms, and only
 // a plain closing tag met in element content counts as a closing. An
-// ordinary list is measured exactly; a strange one may be refused. A NUL byte
-// (never allowed in XML; libplist would cut a string short there) refuses it.
+// ordinary list is measured exactly; a strange one may be refused. Text that
+// is not valid UTF-8, or holds a NUL, is refused too (XML allows neither, and
+// libplist would cut a string short there).
 bool xmlNestingIsAcceptable(std::string_view bytes);
 
 }  // namespace target

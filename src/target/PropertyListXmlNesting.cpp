@@ -29,6 +29,48 @@ bool startsWithIgnoringCase(std::string_view text, std::size_t at, std::string_v
     return true;
 }
 
+// Valid UTF-8 without NUL: what XML text must be, and all that libplist can
+// keep intact (it cuts strings short at a NUL or at invalid sequences).
+bool isCleanUtf8(std::string_view text) {
+    for (std::size_t i = 0; i < text.size();) {
+        const auto lead = static_cast<unsigned char>(text[i]);
+        if (lead == 0) {
+            return false;
+        }
+        if (lead < 0x80) {
+            ++i;
+            continue;
+        }
+        std::size_t length = 0;
+        std::uint32_t minimum = 0;
+        std::uint32_t point = 0;
+        if ((lead & 0xE0) == 0xC0) {
+            length = 2, minimum = 0x80, point = lead & 0x1F;
+        } else if ((lead & 0xF0) == 0xE0) {
+            length = 3, minimum = 0x800, point = lead & 0x0F;
+        } else if ((lead & 0xF8) == 0xF0) {
+            length = 4, minimum = 0x10000, point = lead & 0x07;
+        } else {
+            return false;
+        }
+        if (text.size() - i < length) {
+            return false;
+        }
+        for (std::size_t k = 1; k < length; ++k) {
+            const auto next = static_cast<unsigned char>(text[i + k]);
+            if ((next & 0xC0) != 0x80) {
+                return false;
+            }
+            point = (point << 6) | (next & 0x3F);
+        }
+        if (point < minimum || point > 0x10FFFF || (point >= 0xD800 && point <= 0xDFFF)) {
+            return false;
+        }
+        i += length;
+    }
+    return true;
+}
+
 class XmlNesting {
 public:
     explicit XmlNesting(std::string_view text) : text_(text) {}
@@ -184,7 +226,7 @@ bool XmlNesting::acceptable() {
 }  // namespace
 
 bool xmlNestingIsAcceptable(std::string_view bytes) {
-    return bytes.find('\0') == std::string_view::npos && XmlNesting(bytes).acceptable();
+    return isCleanUtf8(bytes) && XmlNesting(bytes).acceptable();
 }
 
 }  // namespace target

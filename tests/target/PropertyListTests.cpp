@@ -148,6 +148,39 @@ TEST(PropertyListTest, AnXmlStringWithARawNulIsNoValue) {
         std::string("<dict><key>k</key><string>io.tavio.Tavio\0x</string></dict>", 58))));
 }
 
+// libplist writes such text back cut short, so a rewrite would lose data.
+TEST(PropertyListTest, ABinaryAsciiStringWithAHighByteIsNoValue) {
+    BinaryPlistBuilder builder;
+    const auto key = builder.string("CFBundleIdentifier\xFA");
+    const auto value = builder.string("io.tavio.Tavio");
+    EXPECT_FALSE(PropertyList::parse(builder.build(builder.dictionary({key}, {value}))));
+}
+
+TEST(PropertyListTest, ABinaryUtf16StringWithALoneSurrogateIsNoValue) {
+    BinaryPlistBuilder builder;
+    const auto key = builder.string("k");
+    const auto value = builder.add(std::string("\x62\xD8\x00\x00\x61", 5));
+    EXPECT_FALSE(PropertyList::parse(builder.build(builder.dictionary({key}, {value}))));
+}
+
+TEST(PropertyListTest, XmlThatIsNotValidUtf8IsNoValue) {
+    EXPECT_FALSE(PropertyList::parse(
+        testplist::xml("<dict><key>CFBundleIdentifier\xFA</key><string>x</string></dict>")));
+    EXPECT_FALSE(PropertyList::parse(  // an overlong "/"
+        testplist::xml("<dict><key>k</key><string>a\xC0\xAF\x62</string></dict>")));
+    EXPECT_FALSE(PropertyList::parse(  // an encoded surrogate
+        testplist::xml("<dict><key>k</key><string>\xED\xA0\x80</string></dict>")));
+}
+
+TEST(PropertyListTest, XmlWithMultibyteUtf8IsRead) {
+    const auto list = PropertyList::parse(testplist::xml(
+        "<dict><key>k</key><string>\xE2\x80\x9CTavio\xE2\x80\xA6\xE2\x80\x9D "
+        "\xF0\x9F\x8E\xAC</string></dict>"));
+    ASSERT_TRUE(list);
+    EXPECT_EQ(list->stringValue("k"),
+              "\xE2\x80\x9CTavio\xE2\x80\xA6\xE2\x80\x9D \xF0\x9F\x8E\xAC");
+}
+
 TEST(PropertyListTest, ABinaryUtf16StringIsRead) {
     BinaryPlistBuilder builder;
     const auto key = builder.string("k");
