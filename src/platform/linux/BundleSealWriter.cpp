@@ -151,7 +151,17 @@ std::optional<SealError> writeSeal(const std::string& bundlePath, const std::str
     if (!bytes) {
         return SealError{"cannot write the seal as a property list"};
     }
-    return replaceSeal(std::get<removal::UniqueFd>(sealFolder).get(), *bytes, sealFolderPath);
+    if (auto error = replaceSeal(std::get<removal::UniqueFd>(sealFolder).get(), *bytes,
+                                 sealFolderPath)) {
+        return error;
+    }
+    // A name that is not valid UTF-8 cannot be stored faithfully in a property
+    // list; rather than leave a seal that can never pass, say so now.
+    if (!sealIsValid(bundle.get(), contents.get(), identifier)) {
+        return SealError{"the seal written for " + bundlePath +
+                         " does not verify; are all file names valid UTF-8?"};
+    }
+    return std::nullopt;
 }
 
 }  // namespace platform

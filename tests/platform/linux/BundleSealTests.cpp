@@ -296,6 +296,20 @@ TEST_F(BundleSealTest, TheWriterRefusesSomethingBesideContents) {
     EXPECT_TRUE(platform::writeSeal(bundle(), appbundle::kIdentifier));
 }
 
+TEST_F(BundleSealTest, TheWriterReportsANameThatIsNotUtf8) {
+    makeBundle();
+    testsupport::writeFile(at("Resources/caf\xE9.txt"), "latin-1 name");
+    EXPECT_TRUE(platform::writeSeal(bundle(), appbundle::kIdentifier));
+    EXPECT_FALSE(sealed());
+}
+
+TEST_F(BundleSealTest, NamesInUtf8AreSealed) {
+    makeBundle();
+    testsupport::writeFile(at("Resources/caf\xC3\xA9 \xE2\x80\x9Cx\xE2\x80\x9D.txt"), "utf-8 name");
+    seal();
+    EXPECT_TRUE(sealed());
+}
+
 TEST_F(BundleSealTest, TheWriterIgnoresAHalfWrittenSealOfAnEarlierRun) {
     makeBundle();
     testsupport::makeDirectories(at("_CodeSignature"));
