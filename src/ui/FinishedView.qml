@@ -9,6 +9,7 @@ import UninstallTavio
 // anything more goes through the review and the confirmation again.
 ColumnLayout {
     id: root
+    objectName: "finishedView"
 
     required property var model
     required property var report

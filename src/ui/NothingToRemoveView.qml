@@ -6,6 +6,7 @@ import UninstallTavio
 // Nothing of Tavio was found for this user; the only way on is to quit.
 ColumnLayout {
     id: root
+    objectName: "nothingToRemoveView"
 
     required property string userName
 

@@ -7,6 +7,7 @@ import UninstallTavio
 // whole run again at once: the user already confirmed it.
 ColumnLayout {
     id: root
+    objectName: "quitFailedView"
 
     required property var model
 

@@ -8,6 +8,7 @@ import UninstallTavio
 // confirmation; the removal starts from the alert.
 ColumnLayout {
     id: root
+    objectName: "reviewView"
 
     required property var model
 

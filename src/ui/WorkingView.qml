@@ -8,6 +8,7 @@ import UninstallTavio
 // the button stays in place but inert so the layout does not jump.
 ColumnLayout {
     id: root
+    objectName: "workingView"
 
     required property var model
 

@@ -1,0 +1,19 @@
+import QtQml
+
+// Builds inventory items the way the model publishes them.
+QtObject {
+    function item(category, state, displayPath, reason) {
+        return {
+            id: "tree:" + displayPath,
+            category: category,
+            path: displayPath.replace(/^~/, "/home/alice"),
+            displayPath: displayPath,
+            state: state,
+            reason: reason ?? ""
+        }
+    }
+
+    function present(category, displayPath) { return item(category, "present", displayPath) }
+    function absent(category, displayPath) { return item(category, "absent", displayPath) }
+    function skipped(category, displayPath, reason) { return item(category, "skipped", displayPath, reason) }
+}
