@@ -1,0 +1,99 @@
+#include "app/ApplicationShell.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QGuiApplication>
+#include <QLocale>
+#include <QQmlApplicationEngine>
+#include <QQuickStyle>
+#include <QQuickWindow>
+#include <QTranslator>
+#include <QUrl>
+#include <string>
+#include <string_view>
+
+#include "app/SystemServices.h"
+#include "app/TemporaryCopy.h"
+#include "app/TerminationGuard.h"
+#include "app/UninstallerModel.h"
+#include "removal/Text.h"
+#include "target/UninstallContext.h"
+
+namespace app {
+namespace {
+
+// The program keeps nothing between launches: no compiled QML and no
+// shaders cached on disk. Qt reads these once, so they are set before the
+// application object exists.
+void keepNoCaches() {
+    qputenv("QML_DISABLE_DISK_CACHE", "1");
+    qputenv("QT_DISABLE_SHADER_DISK_CACHE", "1");
+}
+
+// The core's sentences (reasons, skip texts) are its English source texts;
+// they are translated like every other text of the window.
+void installTextLookup() {
+    removal::setTextLookup([](std::string_view english) {
+        const std::string key(english);
+        return QCoreApplication::translate("Core", key.c_str()).toStdString();
+    });
+}
+
+// Translations are compiled in; without one for the user's language the
+// English texts stand.
+void installTranslations(QTranslator& translator) {
+    if (translator.load(QLocale(), QStringLiteral("UninstallTavio"), QStringLiteral("_"),
+                        QStringLiteral(":/i18n"))) {
+        QCoreApplication::installTranslator(&translator);
+    }
+}
+
+QQuickWindow* loadWindow(QQmlApplicationEngine& qml, UninstallerModel& model) {
+    qml.addImportPath(QStringLiteral("qrc:/qt/qml"));
+    qml.setInitialProperties({{QStringLiteral("model"), QVariant::fromValue(&model)}});
+    qml.load(QUrl(QString::fromLatin1(kMainQmlUrl)));
+    const QList<QObject*> roots = qml.rootObjects();
+    auto* window = roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow*>(roots.first());
+    if (window) {
+        window->setTitle(QCoreApplication::translate("Shell", "Uninstall Tavio"));
+    }
+    return window;
+}
+
+// Everything that lives while the window is up, torn down in reverse order
+// (the window before the guard, the guard before the model) when it returns.
+int runWindow(QGuiApplication& application) {
+    QTranslator translator;
+    installTranslations(translator);
+    installTextLookup();
+    QQuickStyle::setStyle(QStringLiteral("Fusion"));
+
+    const target::UninstallContext context = target::UninstallContext::current();
+    UninstallerModel model(makeSystemEngine(context), makeSystemDesktopActions());
+    TerminationGuard guard(&model);
+    (void)guard.catchTerminationSignals();
+    QQmlApplicationEngine qml;
+    QQuickWindow* window = loadWindow(qml, model);
+    if (!window) {
+        return 1;
+    }
+    guard.guardWindow(window);
+    return application.exec();
+}
+
+}  // namespace
+
+int runApplication(int& argc, char** argv) {
+    keepNoCaches();
+    QString bundlePath;
+    int code = 0;
+    {
+        QGuiApplication application(argc, argv);
+        bundlePath = bundlePathForExecutable(QCoreApplication::applicationFilePath());
+        code = runWindow(application);
+    }
+    removeTemporaryCopy(bundlePath, QDir::tempPath());
+    return code;
+}
+
+}  // namespace app

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+
+#include "app/DesktopActions.h"
+#include "engine/UninstallEngine.h"
+#include "target/UninstallContext.h"
+
+// What the program is wired with on the system it runs on. One
+// implementation per platform (platform/linux, platform/macos).
+namespace app {
+
+// How long the engine waits for Tavio to quit, and how often it looks.
+inline constexpr std::chrono::milliseconds kQuitTimeout{30'000};
+inline constexpr std::chrono::milliseconds kPollInterval{200};
+
+// The engine for `context` with this platform's own adapters: the running
+// copies of the product, its preferences on any host and then on this host,
+// and the installed-app check.
+engine::UninstallEngine makeSystemEngine(const target::UninstallContext& context);
+
+// The clipboard, existence test and file viewer of this platform.
+std::shared_ptr<DesktopActions> makeSystemDesktopActions();
+
+}  // namespace app
