@@ -89,10 +89,17 @@ Item {
 
         parent: Overlay.overlay
         anchors.centerIn: parent
-        width: Math.min(400, root.width - 48)
+        width: 400
+        padding: 20
         modal: true
         closePolicy: Popup.NoAutoClose
         title: qsTr("Permanently remove Tavio and its data?")
+        // The title is drawn beside the icon, as alerts do.
+        header: null
+
+        Overlay.modal: Rectangle {
+            color: Qt.rgba(0, 0, 0, 0.2)
+        }
 
         onConfirmingChanged: alert.confirming ? alert.open() : alert.close()
         Component.onCompleted: {
@@ -104,38 +111,70 @@ Item {
                 alert.dismiss()
         }
 
-        Label {
-            objectName: "alertMessage"
-            width: alert.availableWidth
-            text: qsTr("This can’t be undone. The app, your settings, playback history and positions, recent torrent copies and cache are deleted. If Tavio is open, it is asked to quit first.")
-            wrapMode: Text.Wrap
-        }
+        contentItem: ColumnLayout {
+            spacing: 16
 
-        footer: RowLayout {
-            spacing: 8
-
-            Item {
+            RowLayout {
                 Layout.fillWidth: true
+                spacing: 14
+
+                Image {
+                    Layout.preferredWidth: 48
+                    Layout.preferredHeight: 48
+                    Layout.alignment: Qt.AlignTop
+                    source: Symbols.appIcon
+                    sourceSize: Qt.size(96, 96)
+                    Accessible.ignored: true
+                }
+
+                ColumnLayout {
+                    Layout.fillWidth: true
+                    Layout.alignment: Qt.AlignTop
+                    spacing: 6
+
+                    Label {
+                        objectName: "alertTitle"
+                        Layout.fillWidth: true
+                        Layout.preferredWidth: 298
+                        text: alert.title
+                        wrapMode: Text.Wrap
+                        font.weight: Font.DemiBold
+                    }
+
+                    Label {
+                        objectName: "alertMessage"
+                        Layout.fillWidth: true
+                        Layout.preferredWidth: 298
+                        text: qsTr("This can’t be undone. The app, your settings, playback history and positions, recent torrent copies and cache are deleted. If Tavio is open, it is asked to quit first.")
+                        wrapMode: Text.Wrap
+                    }
+                }
             }
 
-            ActionButton {
-                id: alertCancelButton
-                objectName: "alertCancelButton"
-                Layout.bottomMargin: 12
-                text: qsTr("Cancel")
-                prominent: true
-                onClicked: alert.dismiss()
-            }
+            RowLayout {
+                Layout.fillWidth: true
+                spacing: 8
 
-            ActionButton {
-                objectName: "alertUninstallButton"
-                Layout.bottomMargin: 12
-                Layout.rightMargin: 12
-                text: qsTr("Uninstall")
-                destructive: true
-                onClicked: {
-                    alert.dismiss()
-                    root.model.startUninstall()
+                Item {
+                    Layout.fillWidth: true
+                }
+
+                ActionButton {
+                    id: alertCancelButton
+                    objectName: "alertCancelButton"
+                    text: qsTr("Cancel")
+                    prominent: true
+                    onClicked: alert.dismiss()
+                }
+
+                ActionButton {
+                    objectName: "alertUninstallButton"
+                    text: qsTr("Uninstall")
+                    destructive: true
+                    onClicked: {
+                        alert.dismiss()
+                        root.model.startUninstall()
+                    }
                 }
             }
         }

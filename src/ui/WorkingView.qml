@@ -66,7 +66,7 @@ ColumnLayout {
                 : qsTr("Don’t restart your Mac or open Tavio until this finishes.")
     }
 
-    ProgressBar {
+    ProgressLine {
         objectName: "progressBar"
         Layout.fillWidth: true
         indeterminate: root.waiting

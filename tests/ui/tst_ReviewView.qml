@@ -173,7 +173,7 @@ TestCase {
         verify(cancel.mapToItem(screen, 0, 0).x < uninstall.mapToItem(screen, 0, 0).x)
         verify(uninstall.prominent)
         verify(uninstall.destructive)
-        verify(uninstall.highlighted)
+        verify(uninstall.filled)
         verify(!cancel.prominent)
         verify(uninstall.mapToItem(screen, 0, 0).y > findChild(screen, "keepSection").y)
     }
@@ -211,6 +211,7 @@ TestCase {
         model.removableCount = 0
         const uninstall = findChild(screen, "uninstallButton")
         verify(!uninstall.enabled)
+        verify(!uninstall.filled)
         keyClick(Qt.Key_Return)
         verify(!model.isConfirming)
         mouseClick(uninstall)

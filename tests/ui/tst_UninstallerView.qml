@@ -119,6 +119,7 @@ TestCase {
         model.isConfirming = true
         tryCompare(alert(), "opened", true)
         compare(alert().title, "Permanently remove Tavio and its data?")
+        compare(findChild(testCase, "alertTitle").text, "Permanently remove Tavio and its data?")
         compare(findChild(testCase, "alertMessage").text,
                 "This can’t be undone. The app, your settings, playback history and positions, recent torrent copies and cache are deleted. If Tavio is open, it is asked to quit first.")
         const cancel = findChild(testCase, "alertCancelButton")
