@@ -1,0 +1,537 @@
+#include <unistd.h>
+
+#include <QElapsedTimer>
+#include <QSignalSpy>
+#include <QtTest>
+#include <memory>
+#include <set>
+
+#include "DescriptorCheck.h"
+#include "FakeAdapters.h"
+#include "ModelFakes.h"
+#include "QtTestMain.h"
+#include "TempDir.h"
+#include "app/UninstallerModel.h"
+
+using app::UninstallerModel;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr const char* kId = "io.tavio.Tavio";
+constexpr int kWaitMs = 20'000;
+
+}  // namespace
+
+// The model over a temporary home, with scripted processes, preferences and
+// app check, and recorded desktop actions. Runs are real engine runs on the
+// model's own thread.
+class UninstallerModelTests : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void init();
+    void cleanup();
+
+    void firstScanShowsReviewWithTheInventory();
+    void emptyAccountShowsNothingToRemove();
+    void oneSkippedItemShowsReview();
+    void completedRunFinishesWithItsReport();
+    void startUninstallTwiceStartsOneRun();
+    void startUninstallIsIgnoredOnOtherScreens();
+    void didNotQuitKeepsRowsPendingAndRetryStartsAgain();
+    void cancelDuringTheWaitRescans();
+    void cancelDuringTheWaitCanEndWithNothingToRemove();
+    void cancelOutsideTheWaitDoesNothing();
+    void busyOnlyWhileRemoving();
+    void finishedCountCountsFailedRows();
+    void incompleteReportListsWhatRemains();
+    void copyPutsTwoPathsWithOneLineFeedBetween();
+    void revealShowsOnlyExistingPathsEvenWhenNoneIsLeft();
+    void reportActionsNeedTheFinishedScreen();
+    void lateEventsOnlyTouchRowsAndWaiting();
+    void refreshFromFinishedRescansAndClearsRows();
+    void confirmingNotifiesOnlyOnChange();
+    void replacedRunGoesOnWithoutBlocking();
+    void modelGoneDuringTheWaitEndsAtOnce();
+
+  private:
+    std::string home() const { return *temp_ / "home"; }
+    std::string apps(int n = 1) const { return *temp_ / ("Applications" + std::to_string(n)); }
+    std::string library(const std::string& relative) const {
+        return home() + "/Library/" + relative;
+    }
+    std::string appPath(int n = 1) const { return apps(n) + "/Tavio.app"; }
+
+    UninstallerModel& makeModel(std::chrono::milliseconds quitTimeout = 10s);
+    void plantFolder(const std::string& relative);
+    void plantRefusedApp(int n);
+    int rowsIn(UninstallerModel::RowState state) const;
+    std::string idOf(std::size_t index) const { return model_->inventory().items.at(index).id; }
+
+    std::unique_ptr<testsupport::TempDir> temp_;
+    target::UninstallContext context_;
+    std::shared_ptr<apptest::ControlledProcesses> processes_;
+    std::shared_ptr<testsupport::FakePreferences> preferences_;
+    std::shared_ptr<testsupport::FakeVerifier> verifier_;
+    std::shared_ptr<apptest::RecordingActions> actions_;
+    std::unique_ptr<UninstallerModel> model_;
+    std::set<int> descriptors_;
+};
+
+void UninstallerModelTests::init() {
+    descriptors_ = testsupport::openDescriptors();
+    temp_ = std::make_unique<testsupport::TempDir>();
+    testsupport::makeDirectories(home() + "/Library");
+    testsupport::makeDirectories(apps(1));
+    testsupport::makeDirectories(apps(2));
+    context_ = target::UninstallContext::make(::getuid(), {home(), "alice"}, kId);
+    context_.applicationDirectories = {apps(1), apps(2)};
+    processes_ = std::make_shared<apptest::ControlledProcesses>();
+    preferences_ = std::make_shared<testsupport::FakePreferences>();
+    verifier_ = std::make_shared<testsupport::FakeVerifier>();
+    actions_ = std::make_shared<apptest::RecordingActions>();
+}
+
+void UninstallerModelTests::cleanup() {
+    processes_->setRunning(false);
+    processes_->release();
+    model_.reset();
+    temp_.reset();
+    QCoreApplication::processEvents();
+    const std::set<int> now = testsupport::openDescriptors();
+    QVERIFY2(now == descriptors_, "a descriptor was left open");
+}
+
+UninstallerModel& UninstallerModelTests::makeModel(std::chrono::milliseconds quitTimeout) {
+    engine::UninstallEngine engine{context_,  processes_,  preferences_,
+                                   verifier_, quitTimeout, 10ms};
+    model_ = std::make_unique<UninstallerModel>(std::move(engine), actions_);
+    return *model_;
+}
+
+void UninstallerModelTests::plantFolder(const std::string& relative) {
+    testsupport::makeDirectories(library(relative));
+    testsupport::writeFile(library(relative) + "/data", "x");
+}
+
+// An app copy where the app is expected that fails the app check: skipped.
+void UninstallerModelTests::plantRefusedApp(int n) {
+    testsupport::makeDirectories(appPath(n) + "/Contents");
+    verifier_->refuse(appPath(n), target::AppVerificationProblem::invalidSignature());
+}
+
+int UninstallerModelTests::rowsIn(UninstallerModel::RowState state) const {
+    int count = 0;
+    for (const auto& [id, row] : model_->rowStates()) {
+        count += row == state ? 1 : 0;
+    }
+    return count;
+}
+
+void UninstallerModelTests::firstScanShowsReviewWithTheInventory() {
+    plantFolder("Caches/io.tavio.Tavio");
+    UninstallerModel& model = makeModel();
+
+    QCOMPARE(model.phase(), QStringLiteral("review"));
+    QCOMPARE(model.userName(), QStringLiteral("alice"));
+    QCOMPARE(model.removableCount(), 1);
+    QCOMPARE(model.waitingForQuit(), false);
+    QVERIFY(model.rowStatesMap().isEmpty());
+    QCOMPARE(model.isConfirming(), false);
+    QCOMPARE(model.isBusy(), false);
+    QCOMPARE(model.finishedCount(), 0);
+    QVERIFY(model.report().isEmpty());
+    QVERIFY(!model.hasTask());
+
+    const QVariantList items = model.items();
+    QCOMPARE(items.size(), static_cast<qsizetype>(model.inventory().items.size()));
+    const QString cachePath = QString::fromStdString(library("Caches/io.tavio.Tavio"));
+    const QVariantMap cache = items.at(5).toMap();
+    QCOMPARE(cache.value("id").toString(), "tree:" + cachePath);
+    QCOMPARE(cache.value("category").toString(), QStringLiteral("cache"));
+    QCOMPARE(cache.value("path").toString(), cachePath);
+    QCOMPARE(cache.value("displayPath").toString(),
+             QStringLiteral("~/Library/Caches/io.tavio.Tavio"));
+    QCOMPARE(cache.value("state").toString(), QStringLiteral("present"));
+    QCOMPARE(cache.value("reason").toString(), QString());
+    const QVariantMap prefs = items.at(0).toMap();
+    QCOMPARE(prefs.value("id").toString(), QStringLiteral("prefs:io.tavio.Tavio"));
+    QCOMPARE(prefs.value("category").toString(), QStringLiteral("settings"));
+    QCOMPARE(prefs.value("state").toString(), QStringLiteral("absent"));
+    QCOMPARE(items.last().toMap().value("category").toString(), QStringLiteral("app"));
+}
+
+void UninstallerModelTests::emptyAccountShowsNothingToRemove() {
+    UninstallerModel& model = makeModel();
+    QCOMPARE(model.phase(), QStringLiteral("nothingToRemove"));
+    QCOMPARE(model.userName(), QStringLiteral("alice"));
+    QCOMPARE(model.removableCount(), 0);
+}
+
+void UninstallerModelTests::oneSkippedItemShowsReview() {
+    plantRefusedApp(1);
+    UninstallerModel& model = makeModel();
+
+    QCOMPARE(model.removableCount(), 0);
+    QCOMPARE(model.phase(), QStringLiteral("review"));
+    const QVariantMap app = model.items().last().toMap();
+    QCOMPARE(app.value("state").toString(), QStringLiteral("skipped"));
+    QCOMPARE(
+        app.value("reason").toString(),
+        QString::fromStdString(target::AppVerificationProblem::invalidSignature().explanation()));
+    QVERIFY(!app.value("reason").toString().isEmpty());
+}
+
+void UninstallerModelTests::completedRunFinishesWithItsReport() {
+    plantFolder("Caches/io.tavio.Tavio");
+    plantFolder("Logs/io.tavio.Tavio");
+    UninstallerModel& model = makeModel();
+    QSignalSpy phases(&model, &UninstallerModel::phaseChanged);
+
+    model.startUninstall();
+    QCOMPARE(model.phase(), QStringLiteral("working"));
+    QCOMPARE(model.rowStates().size(), model.inventory().items.size());
+    QCOMPARE(rowsIn(UninstallerModel::RowState::pending),
+             static_cast<int>(model.inventory().items.size()));
+    QVERIFY(model.hasTask());
+
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    QCOMPARE(phases.count(), 2);
+    QCOMPARE(model.isBusy(), false);
+    QCOMPARE(model.waitingForQuit(), false);
+    QCOMPARE(rowsIn(UninstallerModel::RowState::done), static_cast<int>(model.rowStates().size()));
+    QCOMPARE(model.finishedCount(), static_cast<int>(model.rowStates().size()));
+    const QVariantMap report = model.report();
+    QCOMPARE(report.value("outcome").toString(), QStringLiteral("completed"));
+    QCOMPARE(report.value("alreadyAbsentCount").toInt(),
+             static_cast<int>(model.inventory().items.size()) - 2);
+    QVERIFY(report.value("remaining").toList().isEmpty());
+    QCOMPARE(report.value("results").toList().size(),
+             static_cast<qsizetype>(model.inventory().items.size()));
+    QVERIFY(!testsupport::exists(library("Caches/io.tavio.Tavio")));
+    QVERIFY(!testsupport::exists(library("Logs/io.tavio.Tavio")));
+    QCOMPARE(processes_->quitRequests(), 0);
+}
+
+void UninstallerModelTests::startUninstallTwiceStartsOneRun() {
+    plantFolder("Caches/io.tavio.Tavio");
+    processes_->setRunning(true);
+    UninstallerModel& model = makeModel();
+    QSignalSpy items(&model, &UninstallerModel::itemsChanged);
+    QSignalSpy phases(&model, &UninstallerModel::phaseChanged);
+
+    model.startUninstall();
+    model.startUninstall();
+    QCOMPARE(items.count(), 1);
+    QCOMPARE(phases.count(), 1);
+    QTRY_VERIFY_WITH_TIMEOUT(model.waitingForQuit(), kWaitMs);
+    model.startUninstall();
+    QCOMPARE(items.count(), 1);
+    QCOMPARE(model.phase(), QStringLiteral("working"));
+
+    model.cancel();
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("review"), kWaitMs);
+    QCOMPARE(processes_->quitRequests(), 1);
+}
+
+void UninstallerModelTests::startUninstallIsIgnoredOnOtherScreens() {
+    UninstallerModel& model = makeModel();
+    QCOMPARE(model.phase(), QStringLiteral("nothingToRemove"));
+    model.startUninstall();
+    QCOMPARE(model.phase(), QStringLiteral("nothingToRemove"));
+    QVERIFY(!model.hasTask());
+
+    plantFolder("Caches/io.tavio.Tavio");
+    model.refresh();
+    model.startUninstall();
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    const QVariantMap report = model.report();
+    QSignalSpy items(&model, &UninstallerModel::itemsChanged);
+    model.startUninstall();
+    QTest::qWait(50);
+    QCOMPARE(model.phase(), QStringLiteral("finished"));
+    QCOMPARE(model.report(), report);
+    QCOMPARE(items.count(), 0);
+}
+
+void UninstallerModelTests::didNotQuitKeepsRowsPendingAndRetryStartsAgain() {
+    plantFolder("Caches/io.tavio.Tavio");
+    processes_->setRunning(true);
+    UninstallerModel& model = makeModel(200ms);
+    bool sawWaiting = false;
+    connect(&model, &UninstallerModel::waitingForQuitChanged, this,
+            [&] { sawWaiting = sawWaiting || model.waitingForQuit(); });
+
+    model.startUninstall();
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("quitFailed"), kWaitMs);
+    QVERIFY(sawWaiting);
+    QCOMPARE(model.waitingForQuit(), false);
+    QCOMPARE(model.isBusy(), false);
+    QCOMPARE(rowsIn(UninstallerModel::RowState::pending),
+             static_cast<int>(model.inventory().items.size()));
+    QCOMPARE(model.finishedCount(), 0);
+    QVERIFY(model.report().isEmpty());
+    QVERIFY(testsupport::exists(library("Caches/io.tavio.Tavio")));
+
+    // The user has closed Tavio meanwhile and tries again.
+    processes_->setRunning(false);
+    plantFolder("Logs/io.tavio.Tavio");
+    model.startUninstall();
+    QCOMPARE(model.phase(), QStringLiteral("working"));
+    QCOMPARE(model.removableCount(), 2);
+    QCOMPARE(rowsIn(UninstallerModel::RowState::pending),
+             static_cast<int>(model.inventory().items.size()));
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    QCOMPARE(model.report().value("outcome").toString(), QStringLiteral("completed"));
+    QVERIFY(!testsupport::exists(library("Logs/io.tavio.Tavio")));
+    QCOMPARE(processes_->quitRequests(), 1);
+}
+
+void UninstallerModelTests::cancelDuringTheWaitRescans() {
+    plantFolder("Caches/io.tavio.Tavio");
+    processes_->setRunning(true);
+    UninstallerModel& model = makeModel();
+    model.startUninstall();
+    QTRY_VERIFY_WITH_TIMEOUT(model.waitingForQuit(), kWaitMs);
+    QCOMPARE(model.phase(), QStringLiteral("working"));
+    QCOMPARE(model.isBusy(), false);
+    QCOMPARE(model.removableCount(), 1);
+
+    plantFolder("Logs/io.tavio.Tavio");
+    QSignalSpy items(&model, &UninstallerModel::itemsChanged);
+    model.cancel();
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("review"), kWaitMs);
+    QCOMPARE(items.count(), 1);
+    QCOMPARE(model.removableCount(), 2);
+    QVERIFY(model.rowStates().empty());
+    QCOMPARE(model.waitingForQuit(), false);
+    QVERIFY(testsupport::exists(library("Caches/io.tavio.Tavio")));
+}
+
+void UninstallerModelTests::cancelDuringTheWaitCanEndWithNothingToRemove() {
+    plantFolder("Caches/io.tavio.Tavio");
+    processes_->setRunning(true);
+    UninstallerModel& model = makeModel();
+    model.startUninstall();
+    QTRY_VERIFY_WITH_TIMEOUT(model.waitingForQuit(), kWaitMs);
+    testsupport::removeAll(library("Caches/io.tavio.Tavio"));
+    model.cancel();
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("nothingToRemove"), kWaitMs);
+    QVERIFY(model.rowStates().empty());
+}
+
+void UninstallerModelTests::cancelOutsideTheWaitDoesNothing() {
+    plantFolder("Caches/io.tavio.Tavio");
+    UninstallerModel& model = makeModel();
+    model.cancel();  // no task yet
+    QCOMPARE(model.phase(), QStringLiteral("review"));
+
+    processes_->holdAtCall(1);  // the check before the first item
+    model.startUninstall();
+    QTRY_VERIFY_WITH_TIMEOUT(processes_->isHeld() && model.isBusy(), kWaitMs);
+    model.cancel();
+    processes_->release();
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    QCOMPARE(model.report().value("outcome").toString(), QStringLiteral("completed"));
+}
+
+void UninstallerModelTests::busyOnlyWhileRemoving() {
+    plantFolder("Caches/io.tavio.Tavio");
+    UninstallerModel& model = makeModel();
+    QSignalSpy busy(&model, &UninstallerModel::isBusyChanged);
+    processes_->holdAtCall(1);
+
+    model.startUninstall();
+    QTRY_COMPARE_WITH_TIMEOUT(model.rowStates().at(idOf(0)), UninstallerModel::RowState::running,
+                              kWaitMs);
+    QCOMPARE(model.isBusy(), true);
+    QCOMPARE(model.phase(), QStringLiteral("working"));
+    QCOMPARE(model.waitingForQuit(), false);
+    QCOMPARE(model.rowStatesMap().value(QString::fromStdString(idOf(0))).toString(),
+             QStringLiteral("running"));
+    QCOMPARE(model.finishedCount(), 0);
+
+    processes_->release();
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    QCOMPARE(model.isBusy(), false);
+    QCOMPARE(busy.count(), 2);
+}
+
+void UninstallerModelTests::finishedCountCountsFailedRows() {
+    plantFolder("Caches/io.tavio.Tavio");
+    plantRefusedApp(1);
+    preferences_->setValues(kId, true);
+    UninstallerModel& model = makeModel();
+    processes_->holdAtCall(3);  // the check before the third item
+
+    model.startUninstall();
+    QTRY_VERIFY_WITH_TIMEOUT(processes_->isHeld(), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model.finishedCount(), 2, kWaitMs);
+    QCOMPARE(model.rowStates().at(idOf(2)), UninstallerModel::RowState::running);
+    processes_->release();
+
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    QCOMPARE(rowsIn(UninstallerModel::RowState::failed), 1);
+    QCOMPARE(model.rowStates().at("app:" + appPath(1)), UninstallerModel::RowState::failed);
+    QCOMPARE(model.finishedCount(), static_cast<int>(model.rowStates().size()));
+    QCOMPARE(model.report().value("outcome").toString(), QStringLiteral("incomplete"));
+}
+
+void UninstallerModelTests::incompleteReportListsWhatRemains() {
+    plantRefusedApp(1);
+    UninstallerModel& model = makeModel();
+    model.startUninstall();
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+
+    const QVariantMap report = model.report();
+    QCOMPARE(report.value("outcome").toString(), QStringLiteral("incomplete"));
+    const QVariantList remaining = report.value("remaining").toList();
+    QCOMPARE(remaining.size(), 1);
+    QCOMPARE(remaining.at(0).toMap().value("path").toString(), QString::fromStdString(appPath(1)));
+    QVERIFY(!remaining.at(0).toMap().value("reason").toString().isEmpty());
+    const QVariantMap app = report.value("results").toList().last().toMap();
+    QCOMPARE(app.value("id").toString(), QString::fromStdString("app:" + appPath(1)));
+    QCOMPARE(app.value("category").toString(), QStringLiteral("app"));
+    QCOMPARE(app.value("path").toString(), QString::fromStdString(appPath(1)));
+    QCOMPARE(app.value("displayPath").toString(), QString::fromStdString(appPath(1)));
+    QCOMPARE(app.value("outcome").toString(), QStringLiteral("skipped"));
+    QCOMPARE(report.value("results").toList().first().toMap().value("outcome").toString(),
+             QStringLiteral("alreadyAbsent"));
+}
+
+void UninstallerModelTests::copyPutsTwoPathsWithOneLineFeedBetween() {
+    plantRefusedApp(1);
+    plantRefusedApp(2);
+    UninstallerModel& model = makeModel();
+    model.startUninstall();
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    QCOMPARE(model.report().value("remaining").toList().size(), 2);
+
+    model.copyRemainingPaths();
+    QCOMPARE(actions_->clipboard,
+             QStringList{QString::fromStdString(appPath(1) + "\n" + appPath(2))});
+}
+
+void UninstallerModelTests::revealShowsOnlyExistingPathsEvenWhenNoneIsLeft() {
+    plantRefusedApp(1);
+    plantRefusedApp(2);
+    UninstallerModel& model = makeModel();
+    model.startUninstall();
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+
+    model.revealRemaining();
+    testsupport::removeAll(appPath(1));
+    model.revealRemaining();
+    testsupport::removeAll(appPath(2));
+    model.revealRemaining();
+    const QString second = QString::fromStdString(appPath(2));
+    QCOMPARE(actions_->revealed,
+             (QList<QStringList>{{QString::fromStdString(appPath(1)), second}, {second}, {}}));
+}
+
+void UninstallerModelTests::reportActionsNeedTheFinishedScreen() {
+    plantRefusedApp(1);
+    UninstallerModel& model = makeModel();
+    model.copyRemainingPaths();
+    model.revealRemaining();
+    QVERIFY(actions_->clipboard.isEmpty());
+    QVERIFY(actions_->revealed.isEmpty());
+}
+
+void UninstallerModelTests::lateEventsOnlyTouchRowsAndWaiting() {
+    plantFolder("Caches/io.tavio.Tavio");
+    UninstallerModel& model = makeModel();
+    model.startUninstall();
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    const UninstallerModel::Phase finished = model.currentPhase();
+    const target::InventoryItem first = model.inventory().items.front();
+
+    model.apply(engine::UninstallEvent::waitingForQuit());
+    QCOMPARE(model.waitingForQuit(), true);
+    QCOMPARE(model.isBusy(), false);
+    model.apply(engine::UninstallEvent::removing(first));
+    QCOMPARE(model.waitingForQuit(), false);
+    QCOMPARE(model.rowStates().at(first.id), UninstallerModel::RowState::running);
+    model.apply(engine::UninstallEvent::finished(first, engine::ItemOutcome::skipped("late")));
+    QCOMPARE(model.rowStates().at(first.id), UninstallerModel::RowState::failed);
+    QVERIFY(model.currentPhase() == finished);
+    QCOMPARE(model.isBusy(), false);
+}
+
+void UninstallerModelTests::refreshFromFinishedRescansAndClearsRows() {
+    plantFolder("Caches/io.tavio.Tavio");
+    UninstallerModel& model = makeModel();
+    model.startUninstall();
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    model.setIsConfirming(true);
+    QSignalSpy phases(&model, &UninstallerModel::phaseChanged);
+
+    model.refresh();
+    QCOMPARE(model.phase(), QStringLiteral("nothingToRemove"));
+    QCOMPARE(phases.count(), 1);
+    QVERIFY(model.rowStates().empty());
+    QVERIFY(model.report().isEmpty());
+    QCOMPARE(model.isConfirming(), true);
+
+    plantFolder("Logs/io.tavio.Tavio");
+    model.refresh();
+    QCOMPARE(model.phase(), QStringLiteral("review"));
+    QCOMPARE(phases.count(), 2);
+}
+
+void UninstallerModelTests::confirmingNotifiesOnlyOnChange() {
+    plantFolder("Caches/io.tavio.Tavio");
+    UninstallerModel& model = makeModel();
+    QSignalSpy confirming(&model, &UninstallerModel::isConfirmingChanged);
+    QVERIFY(model.setProperty("isConfirming", true));
+    model.setIsConfirming(true);
+    QCOMPARE(model.property("isConfirming").toBool(), true);
+    model.setIsConfirming(false);
+    QCOMPARE(confirming.count(), 2);
+    QCOMPARE(model.phase(), QStringLiteral("review"));
+}
+
+// A run replaced by a newer one is not cancelled: it goes on to its own end,
+// and starting the newer one never waits for it.
+void UninstallerModelTests::replacedRunGoesOnWithoutBlocking() {
+    plantFolder("Caches/io.tavio.Tavio");
+    processes_->setRunning(true);
+    UninstallerModel& model = makeModel(600ms);
+    model.startUninstall();
+    QTRY_VERIFY_WITH_TIMEOUT(model.waitingForQuit(), kWaitMs);
+    model.refresh();
+    QCOMPARE(model.phase(), QStringLiteral("review"));
+
+    QElapsedTimer clock;
+    clock.start();
+    model.startUninstall();
+    QVERIFY(clock.elapsed() < 300);
+    QCOMPARE(model.phase(), QStringLiteral("working"));
+    QTRY_COMPARE_WITH_TIMEOUT(processes_->quitRequests(), 2, kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("quitFailed"), kWaitMs);
+    QTest::qWait(800);  // the newer run ends too
+    QCOMPARE(model.phase(), QStringLiteral("quitFailed"));
+    QVERIFY(testsupport::exists(library("Caches/io.tavio.Tavio")));
+}
+
+void UninstallerModelTests::modelGoneDuringTheWaitEndsAtOnce() {
+    plantFolder("Caches/io.tavio.Tavio");
+    processes_->setRunning(true);
+    UninstallerModel& model = makeModel(30s);
+    model.startUninstall();
+    QTRY_VERIFY_WITH_TIMEOUT(model.waitingForQuit(), kWaitMs);
+
+    QElapsedTimer clock;
+    clock.start();
+    model_.reset();
+    QVERIFY(clock.elapsed() < 5000);
+    QTest::qWait(50);  // anything still queued for the model is dropped
+    QVERIFY(testsupport::exists(library("Caches/io.tavio.Tavio")));
+}
+
+int main(int argc, char** argv) {
+    return apptest::runTests<UninstallerModelTests>(argc, argv);
+}
+
+#include "ModelTests.moc"
