@@ -4,4 +4,6 @@
 
 SystemFonts::SystemFonts(QObject* parent) : QObject(parent) {}
 
-QFont SystemFonts::fixed() { return QFontDatabase::systemFont(QFontDatabase::FixedFont); }
+QFont SystemFonts::fixed() {
+    return QFontDatabase::systemFont(QFontDatabase::FixedFont);
+}

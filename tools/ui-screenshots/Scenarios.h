@@ -6,8 +6,8 @@
 
 // One picture: its file name and the fake model's property values.
 struct Scenario {
-  QString name;
-  QVariantMap model;
+    QString name;
+    QVariantMap model;
 };
 
 // Every screen the user can meet, in the order of a run.

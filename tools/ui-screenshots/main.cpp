@@ -2,6 +2,8 @@
 // fake model, into PNG files in FOLDER. For looking at the layout without a
 // desktop, and for reviews. Exits non-zero when a screen fails to load, a QML
 // warning is printed, or an image cannot be written.
+#include <QtQml/qqmlextensionplugin.h>
+
 #include <QDir>
 #include <QElapsedTimer>
 #include <QGuiApplication>
@@ -10,8 +12,6 @@
 #include <QQmlEngine>
 #include <QQuickStyle>
 #include <QQuickWindow>
-#include <QtQml/qqmlextensionplugin.h>
-
 #include <cstdio>
 #include <memory>
 
@@ -24,21 +24,22 @@ namespace {
 bool sawWarning = false;
 
 void noteMessages(QtMsgType type, const QMessageLogContext&, const QString& message) {
-  // The offscreen platform cannot pass a window's size limits on; that is
-  // expected here and says nothing about the screens.
-  const bool expected = message.contains(QLatin1String("does not support propagateSizeHints"));
-  if (type != QtDebugMsg && type != QtInfoMsg && !expected) sawWarning = true;
-  std::fprintf(stderr, "%s\n", qPrintable(message));
+    // The offscreen platform cannot pass a window's size limits on; that is
+    // expected here and says nothing about the screens.
+    const bool expected = message.contains(QLatin1String("does not support propagateSizeHints"));
+    if (type != QtDebugMsg && type != QtInfoMsg && !expected)
+        sawWarning = true;
+    std::fprintf(stderr, "%s\n", qPrintable(message));
 }
 
 // Lets the window lay itself out and draw a few frames.
 void settle(QQuickWindow* window) {
-  QElapsedTimer timer;
-  timer.start();
-  while (timer.elapsed() < 400) {
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    window->requestUpdate();
-  }
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < 400) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        window->requestUpdate();
+    }
 }
 
 constexpr const char* kFakeModel = R"(
@@ -64,59 +65,60 @@ QtObject {
 )";
 
 bool render(QQmlEngine& engine, const Scenario& scenario, const QDir& folder) {
-  QQmlComponent fakeModel(&engine);
-  fakeModel.setData(kFakeModel, QUrl(QStringLiteral("qrc:/ui-screenshots/FakeModel.qml")));
-  QQmlComponent main(&engine, QUrl(QStringLiteral("qrc:/qt/qml/UninstallTavio/Main.qml")));
-  if (!fakeModel.isReady() || !main.isReady()) {
-    std::fprintf(stderr, "%s: %s%s\n", qPrintable(scenario.name), qPrintable(fakeModel.errorString()),
-                 qPrintable(main.errorString()));
-    return false;
-  }
-  std::unique_ptr<QObject> model(fakeModel.createWithInitialProperties(scenario.model));
-  std::unique_ptr<QObject> object(
-      main.createWithInitialProperties({{QStringLiteral("model"), QVariant::fromValue(model.get())}}));
-  auto* window = qobject_cast<QQuickWindow*>(object.get());
-  if (!window) {
-    std::fprintf(stderr, "%s: %s\n", qPrintable(scenario.name), qPrintable(main.errorString()));
-    return false;
-  }
-  settle(window);
-  const QImage image = window->grabWindow();
-  const QString file = folder.filePath(scenario.name + QStringLiteral(".png"));
-  if (image.isNull() || !image.save(file)) {
-    std::fprintf(stderr, "%s: cannot write %s\n", qPrintable(scenario.name), qPrintable(file));
-    return false;
-  }
-  std::printf("%s (%dx%d)\n", qPrintable(file), image.width(), image.height());
-  return true;
+    QQmlComponent fakeModel(&engine);
+    fakeModel.setData(kFakeModel, QUrl(QStringLiteral("qrc:/ui-screenshots/FakeModel.qml")));
+    QQmlComponent main(&engine, QUrl(QStringLiteral("qrc:/qt/qml/UninstallTavio/Main.qml")));
+    if (!fakeModel.isReady() || !main.isReady()) {
+        std::fprintf(stderr, "%s: %s%s\n", qPrintable(scenario.name),
+                     qPrintable(fakeModel.errorString()), qPrintable(main.errorString()));
+        return false;
+    }
+    std::unique_ptr<QObject> model(fakeModel.createWithInitialProperties(scenario.model));
+    std::unique_ptr<QObject> object(main.createWithInitialProperties(
+        {{QStringLiteral("model"), QVariant::fromValue(model.get())}}));
+    auto* window = qobject_cast<QQuickWindow*>(object.get());
+    if (!window) {
+        std::fprintf(stderr, "%s: %s\n", qPrintable(scenario.name), qPrintable(main.errorString()));
+        return false;
+    }
+    settle(window);
+    const QImage image = window->grabWindow();
+    const QString file = folder.filePath(scenario.name + QStringLiteral(".png"));
+    if (image.isNull() || !image.save(file)) {
+        std::fprintf(stderr, "%s: cannot write %s\n", qPrintable(scenario.name), qPrintable(file));
+        return false;
+    }
+    std::printf("%s (%dx%d)\n", qPrintable(file), image.width(), image.height());
+    return true;
 }
 
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  if (argc != 2) {
-    std::fprintf(stderr, "usage: ui-screenshots FOLDER\n");
-    return 2;
-  }
-  const QString folderPath = QString::fromLocal8Bit(argv[1]);
-  // Offscreen and software-rendered, so that it runs anywhere and gives the
-  // same pixels every time.
-  qputenv("QT_QPA_PLATFORM", "offscreen");
-  QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
-  QGuiApplication app(argc, argv);
-  QQuickStyle::setStyle(QStringLiteral("Fusion"));
-  qInstallMessageHandler(noteMessages);
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: ui-screenshots FOLDER\n");
+        return 2;
+    }
+    const QString folderPath = QString::fromLocal8Bit(argv[1]);
+    // Offscreen and software-rendered, so that it runs anywhere and gives the
+    // same pixels every time.
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    QGuiApplication app(argc, argv);
+    QQuickStyle::setStyle(QStringLiteral("Fusion"));
+    qInstallMessageHandler(noteMessages);
 
-  QDir folder;
-  if (!folder.mkpath(folderPath)) {
-    std::fprintf(stderr, "cannot create %s\n", argv[1]);
-    return 1;
-  }
-  folder.setPath(folderPath);
+    QDir folder;
+    if (!folder.mkpath(folderPath)) {
+        std::fprintf(stderr, "cannot create %s\n", argv[1]);
+        return 1;
+    }
+    folder.setPath(folderPath);
 
-  QQmlEngine engine;
-  engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
-  bool ok = true;
-  for (const Scenario& scenario : scenarios()) ok = render(engine, scenario, folder) && ok;
-  return ok && !sawWarning ? 0 : 1;
+    QQmlEngine engine;
+    engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
+    bool ok = true;
+    for (const Scenario& scenario : scenarios())
+        ok = render(engine, scenario, folder) && ok;
+    return ok && !sawWarning ? 0 : 1;
 }
