@@ -23,14 +23,26 @@ ColumnLayout {
         Layout.fillWidth: true
         spacing: 4
 
-        Label {
-            Layout.leftMargin: 10
-            Layout.rightMargin: 10
-            text: section.heading
-            font.weight: Font.DemiBold
-            color: Theme.label
+        // Qt gives a Label the plain text role whatever is asked of it, so the
+        // heading role sits on an item around it.
+        Item {
+            Layout.fillWidth: true
+            implicitHeight: headingLabel.implicitHeight
             Accessible.role: Accessible.Heading
             Accessible.name: section.heading
+
+            Label {
+                id: headingLabel
+                objectName: "sectionHeading"
+                x: 10
+                width: parent.width - 20
+                text: section.heading
+                elide: Text.ElideNone
+                wrapMode: Text.Wrap
+                font.weight: Font.DemiBold
+                color: Theme.label
+                Accessible.ignored: true
+            }
         }
 
         Card {

@@ -27,6 +27,9 @@ Item {
         anchors.leftMargin: root.sidePadding
         anchors.rightMargin: root.sidePadding
         anchors.topMargin: root.topPadding
+        // While the alert is up the screen behind it takes no input of any
+        // kind, screen readers' button presses included.
+        enabled: !root.model.isConfirming
 
         sourceComponent: {
             switch (root.model.phase) {
@@ -96,6 +99,7 @@ Item {
         title: qsTr("Permanently remove Tavio and its data?")
         // The title is drawn beside the icon, as alerts do.
         header: null
+        footer: null
 
         Overlay.modal: Rectangle {
             color: Qt.rgba(0, 0, 0, 0.2)

@@ -179,11 +179,25 @@ TestCase {
         compare(model.calls, ["startUninstall"])
     }
 
+    function test_screenBehindTheAlertTakesNoInput() {
+        model.isConfirming = true
+        tryCompare(alert(), "opened", true)
+        const cancel = findChild(view.screen, "cancelButton")
+        const uninstall = findChild(view.screen, "uninstallButton")
+        verify(!cancel.enabled)
+        verify(!uninstall.enabled)
+        cancel.Accessible.pressAction()
+        uninstall.Accessible.pressAction()
+        compare(model.calls, [])
+        verify(model.isConfirming)
+    }
+
     function test_screenKeysComeBackAfterTheAlert() {
         model.isConfirming = true
         tryCompare(alert(), "opened", true)
         keyClick(Qt.Key_Escape)
         tryCompare(alert(), "visible", false)
+        verify(findChild(view.screen, "cancelButton").enabled)
         keyClick(Qt.Key_Escape)
         compare(model.calls, ["quit"])
     }

@@ -2,6 +2,10 @@
 // fake model, into PNG files in FOLDER. For looking at the layout without a
 // desktop, and for reviews. Exits non-zero when a screen fails to load, a QML
 // warning is printed, or an image cannot be written.
+//
+// ui-screenshots --show NAME: shows one of those screens in a real window on
+// the desktop, for trying the keyboard and screen readers by hand; the fake
+// model prints every call it receives.
 #include <QtQml/qqmlextensionplugin.h>
 
 #include <QDir>
@@ -55,32 +59,47 @@ QtObject {
     property bool isBusy: false
     property int finishedCount: 0
     property var report: ({})
-    function startUninstall() {}
-    function refresh() {}
-    function cancel() {}
-    function revealRemaining() {}
-    function copyRemainingPaths() {}
-    function quit() {}
+    function startUninstall() { console.log("called: startUninstall") }
+    function refresh() { console.log("called: refresh") }
+    function cancel() { console.log("called: cancel") }
+    function revealRemaining() { console.log("called: revealRemaining") }
+    function copyRemainingPaths() { console.log("called: copyRemainingPaths") }
+    function quit() { console.log("called: quit") }
 }
 )";
 
-bool render(QQmlEngine& engine, const Scenario& scenario, const QDir& folder) {
+// A fake model and the window that shows it, destroyed window first.
+struct Shown {
+    std::unique_ptr<QObject> model;
+    std::unique_ptr<QObject> window;
+    ~Shown() { window.reset(); }
+};
+
+std::unique_ptr<Shown> show(QQmlEngine& engine, const Scenario& scenario) {
     QQmlComponent fakeModel(&engine);
     fakeModel.setData(kFakeModel, QUrl(QStringLiteral("qrc:/ui-screenshots/FakeModel.qml")));
     QQmlComponent main(&engine, QUrl(QStringLiteral("qrc:/qt/qml/UninstallTavio/Main.qml")));
     if (!fakeModel.isReady() || !main.isReady()) {
         std::fprintf(stderr, "%s: %s%s\n", qPrintable(scenario.name),
                      qPrintable(fakeModel.errorString()), qPrintable(main.errorString()));
-        return false;
+        return nullptr;
     }
-    std::unique_ptr<QObject> model(fakeModel.createWithInitialProperties(scenario.model));
-    std::unique_ptr<QObject> object(main.createWithInitialProperties(
-        {{QStringLiteral("model"), QVariant::fromValue(model.get())}}));
-    auto* window = qobject_cast<QQuickWindow*>(object.get());
-    if (!window) {
+    auto shown = std::make_unique<Shown>();
+    shown->model.reset(fakeModel.createWithInitialProperties(scenario.model));
+    shown->window.reset(main.createWithInitialProperties(
+        {{QStringLiteral("model"), QVariant::fromValue(shown->model.get())}}));
+    if (!qobject_cast<QQuickWindow*>(shown->window.get())) {
         std::fprintf(stderr, "%s: %s\n", qPrintable(scenario.name), qPrintable(main.errorString()));
-        return false;
+        return nullptr;
     }
+    return shown;
+}
+
+bool render(QQmlEngine& engine, const Scenario& scenario, const QDir& folder) {
+    const std::unique_ptr<Shown> shown = show(engine, scenario);
+    if (!shown)
+        return false;
+    auto* window = qobject_cast<QQuickWindow*>(shown->window.get());
     settle(window);
     const QImage image = window->grabWindow();
     const QString file = folder.filePath(scenario.name + QStringLiteral(".png"));
@@ -92,11 +111,29 @@ bool render(QQmlEngine& engine, const Scenario& scenario, const QDir& folder) {
     return true;
 }
 
+int showOne(const QString& name) {
+    QQmlEngine engine;
+    engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
+    for (const Scenario& scenario : scenarios()) {
+        if (scenario.name != name)
+            continue;
+        const std::unique_ptr<Shown> shown = show(engine, scenario);
+        return shown ? QGuiApplication::exec() : 1;
+    }
+    std::fprintf(stderr, "no screen named %s\n", qPrintable(name));
+    return 2;
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    if (argc == 3 && QByteArray(argv[1]) == "--show") {
+        QGuiApplication app(argc, argv);
+        QQuickStyle::setStyle(QStringLiteral("Fusion"));
+        return showOne(QString::fromLocal8Bit(argv[2]));
+    }
     if (argc != 2) {
-        std::fprintf(stderr, "usage: ui-screenshots FOLDER\n");
+        std::fprintf(stderr, "usage: ui-screenshots FOLDER | ui-screenshots --show NAME\n");
         return 2;
     }
     const QString folderPath = QString::fromLocal8Bit(argv[1]);
