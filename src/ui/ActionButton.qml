@@ -14,6 +14,8 @@ Button {
     property bool prominent: false
     property bool destructive: false
 
+    horizontalPadding: 12
+
     readonly property bool filled: root.prominent && root.enabled
     readonly property color fillColor: root.destructive ? Theme.red : Theme.palette.highlight
 
