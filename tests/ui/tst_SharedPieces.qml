@@ -52,7 +52,7 @@ TestCase {
         SymbolImage {}
     }
 
-    // Colours are compared as they are drawn (#AARRGGBB), whatever their spec.
+    // Colours are compared as they are drawn (#AARRGGBB), however they were made.
     function compareColor(actual, expected) {
         compare(String(actual), String(expected))
     }
