@@ -19,6 +19,24 @@ constexpr std::array<int, 3> kSignals = {SIGTERM, SIGINT, SIGHUP};
 std::atomic<int> writeFd{-1};
 std::array<struct sigaction, kSignals.size()> previous{};
 
+// A pipe whose ends are closed on exec and never block: a handler that
+// found the pipe full must not hang, and neither must the reader. (pipe2 is
+// not available everywhere the program builds.)
+bool makeSignalPipe(int fds[2]) {
+    if (::pipe(fds) != 0) {
+        return false;
+    }
+    for (int i = 0; i < 2; ++i) {
+        if (::fcntl(fds[i], F_SETFD, FD_CLOEXEC) != 0 ||
+            ::fcntl(fds[i], F_SETFL, ::fcntl(fds[i], F_GETFL) | O_NONBLOCK) != 0) {
+            (void)::close(fds[0]);
+            (void)::close(fds[1]);
+            return false;
+        }
+    }
+    return true;
+}
+
 void onSignal(int number) {
     const int saved = errno;
     const int fd = writeFd.load();
@@ -36,7 +54,7 @@ TerminationSignals::TerminationSignals(QObject* parent) : QObject(parent) {
         removal::trap("only one TerminationSignals may exist at a time");
     }
     int fds[2];
-    if (::pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) {
+    if (!makeSignalPipe(fds)) {
         return;
     }
     readFd_ = fds[0];
