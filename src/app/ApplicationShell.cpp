@@ -22,12 +22,19 @@
 namespace app {
 namespace {
 
-// The program keeps nothing between launches: no compiled QML and no
-// shaders cached on disk. Qt reads these once, so they are set before the
-// application object exists.
-void keepNoCaches() {
+// The program keeps nothing between launches and writes nothing under the
+// home folder: no compiled QML and no shaders cached on disk, by Qt or by
+// the graphics driver. Without a session bus, the bus library would start
+// one for the display and note its address under the home folder; the
+// program can do without a bus (revealing then opens the folder instead).
+// These are read once, so they are set before the application exists.
+void keepNoState() {
     qputenv("QML_DISABLE_DISK_CACHE", "1");
     qputenv("QT_DISABLE_SHADER_DISK_CACHE", "1");
+    qputenv("MESA_SHADER_CACHE_DISABLE", "true");
+    if (qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS")) {
+        qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
+    }
 }
 
 // The core's sentences (reasons, skip texts) are its English source texts;
@@ -84,7 +91,7 @@ int runWindow(QGuiApplication& application) {
 }  // namespace
 
 int runApplication(int& argc, char** argv) {
-    keepNoCaches();
+    keepNoState();
     QString bundlePath;
     int code = 0;
     {

@@ -52,6 +52,7 @@ struct Launch {
     std::string temporary;  // TMPDIR
     std::string scratch;    // for the user database copy and the runtime folder
     int signal = SIGTERM;
+    bool onXServer = false;  // a real window on Xvfb instead of the offscreen platform
 };
 
 // The user database with the current user's home replaced.
@@ -80,7 +81,7 @@ std::string passwdWithHome(uid_t uid, const std::string& home) {
 // The environment of the program: the test's own (sanitizer options
 // included), without anything that names a desktop session, with the given
 // home and temporary folder and the offscreen platform.
-std::vector<std::string> programEnvironment(const Launch& launch) {
+std::vector<std::string> programEnvironment(const Launch& launch, const std::string& display) {
     std::vector<std::string> env;
     for (char** entry = environ; *entry; ++entry) {
         const std::string value = *entry;
@@ -94,7 +95,12 @@ std::vector<std::string> programEnvironment(const Launch& launch) {
     env.push_back("HOME=" + launch.home);
     env.push_back("TMPDIR=" + launch.temporary);
     env.push_back("XDG_RUNTIME_DIR=" + launch.scratch + "/runtime");
-    env.push_back("QT_QPA_PLATFORM=offscreen");
+    if (display.empty()) {
+        env.push_back("QT_QPA_PLATFORM=offscreen");
+    } else {
+        env.push_back("QT_QPA_PLATFORM=xcb");
+        env.push_back("DISPLAY=" + display);
+    }
     return env;
 }
 
@@ -123,8 +129,26 @@ std::string awaitExit(pid_t pid, std::chrono::milliseconds limit) {
     return {};
 }
 
-[[noreturn]] void execProgram(const Launch& launch) {
-    std::vector<std::string> env = programEnvironment(launch);
+// What each thread of a process that does not answer is doing, for the
+// failure message: its name, state and kernel wait channel.
+std::string describeThreads(pid_t pid) {
+    std::string out;
+    const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+    std::error_code error;
+    for (const auto& task : fs::directory_iterator(tasks, error)) {
+        std::ifstream stat(task.path() / "stat");
+        std::ifstream wchan(task.path() / "wchan");
+        std::string statLine;
+        std::string channel;
+        std::getline(stat, statLine);
+        std::getline(wchan, channel);
+        out += "\n  " + statLine.substr(0, statLine.find(')', 0) + 3) + " in " + channel;
+    }
+    return out;
+}
+
+[[noreturn]] void execProgram(const Launch& launch, const std::string& display) {
+    std::vector<std::string> env = programEnvironment(launch, display);
     std::vector<char*> envp;
     for (std::string& entry : env) {
         envp.push_back(entry.data());
@@ -141,10 +165,10 @@ std::string awaitExit(pid_t pid, std::chrono::milliseconds limit) {
 // Starts the program, waits until it handles termination signals and has
 // had a moment to show its window, sends the signal and reports how it
 // ended.
-std::string startAndStop(const Launch& launch) {
+std::string startAndStop(const Launch& launch, const std::string& display) {
     const pid_t pid = ::fork();
     if (pid == 0) {
-        execProgram(launch);
+        execProgram(launch, display);
     }
     const auto deadline = std::chrono::steady_clock::now() + 60s;
     while (!catchesSigterm(pid)) {
@@ -153,9 +177,10 @@ std::string startAndStop(const Launch& launch) {
             return "ended before it was ready, status " + std::to_string(status);
         }
         if (std::chrono::steady_clock::now() > deadline) {
+            const std::string threads = describeThreads(pid);
             ::kill(pid, SIGKILL);
             (void)::waitpid(pid, nullptr, 0);
-            return "never became ready";
+            return "never became ready:" + threads;
         }
         std::this_thread::sleep_for(20ms);
     }
@@ -163,10 +188,68 @@ std::string startAndStop(const Launch& launch) {
     ::kill(pid, launch.signal);
     std::string ended = awaitExit(pid, 60s);
     if (ended.empty()) {
+        const std::string threads = describeThreads(pid);
         ::kill(pid, SIGKILL);
         (void)::waitpid(pid, nullptr, 0);
-        return "did not end after the signal";
+        return "did not end after the signal:" + threads;
     }
+    return ended;
+}
+
+// An X server of the test's own on a free display, or nothing when Xvfb is
+// not there. It tells its display number through a pipe once it is ready.
+struct XServer {
+    pid_t pid = -1;
+    std::string display;
+};
+
+XServer startXvfb(const Launch& launch) {
+    int fds[2];
+    if (::pipe(fds) != 0) {
+        return {};
+    }
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::close(fds[0]);
+        const std::string fd = std::to_string(fds[1]);
+        const std::string home = "HOME=" + launch.home;
+        char* env[] = {const_cast<char*>(home.c_str()), nullptr};
+        const int null = ::open("/dev/null", O_RDWR);
+        (void)::dup2(null, STDIN_FILENO);
+        (void)::dup2(null, STDERR_FILENO);
+        ::execle("/usr/bin/Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-nolisten", "tcp", "-screen",
+                 "0", "1280x800x24", static_cast<char*>(nullptr), env);
+        _exit(127);
+    }
+    ::close(fds[1]);
+    std::string number;
+    char c = 0;
+    while (::read(fds[0], &c, 1) == 1 && c != '\n') {
+        number += c;
+    }
+    ::close(fds[0]);
+    if (number.empty()) {
+        (void)::waitpid(pid, nullptr, 0);
+        return {};
+    }
+    return {pid, ":" + number};
+}
+
+void stopXvfb(const XServer& server) {
+    ::kill(server.pid, SIGTERM);
+    (void)::waitpid(server.pid, nullptr, 0);
+}
+
+std::string startAndStopOnDisplay(const Launch& launch) {
+    if (!launch.onXServer) {
+        return startAndStop(launch, "");
+    }
+    const XServer server = startXvfb(launch);
+    if (server.display.empty()) {
+        return "skip: no X server (Xvfb) could be started";
+    }
+    std::string ended = startAndStop(launch, server.display);
+    stopXvfb(server);
     return ended;
 }
 
@@ -188,7 +271,7 @@ std::string runProgram(const Launch& launch) {
             return "skip: the user database is not read from /etc/passwd here";
         }
         testsupport::makeDirectories(launch.scratch + "/runtime", 0700);
-        return startAndStop(launch);
+        return startAndStopOnDisplay(launch);
     });
     return answer.value_or("the child gave no answer");
 }
@@ -307,6 +390,19 @@ TEST_F(ProgramTest, LeavesTheHomeFolderExactlyAsItWas) {
     const Snapshot before = snapshot(home);
 
     RUN_EXPECTING_CLEAN_EXIT(launch());
+    EXPECT_EQ(describeDifference(before, snapshot(home)), "");
+}
+
+// With a real window on an X server and no session bus, which is when
+// graphics drivers and the bus library are most tempted to keep something.
+TEST_F(ProgramTest, LeavesTheHomeFolderExactlyAsItWasOnAnXServer) {
+    const std::string home = temp_ / "home";
+    testsupport::writeFile(home + "/.profile", "# mine\n");
+    const Snapshot before = snapshot(home);
+
+    Launch how = launch();
+    how.onXServer = true;
+    RUN_EXPECTING_CLEAN_EXIT(how);
     EXPECT_EQ(describeDifference(before, snapshot(home)), "");
 }
 
