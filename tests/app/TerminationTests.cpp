@@ -37,17 +37,12 @@ class TerminationTests : public QObject {
     void init();
     void cleanup();
 
-    void quitIsAllowedOnReview();
-    void quitIsAllowedOnNothingToRemove();
-    void quitIsAllowedOnFinished();
-    void quitIsAllowedOnQuitFailed();
-    void quitIsAllowedWhileWaitingForTavio();
-    void quitIsRefusedWhileRemoving();
-    void modelQuitGoesThroughTheGuard();
-    void windowCloseIsRefusedOnlyWhileRemoving();
-    void windowCloseIsAllowedWhileWaitingForTavio();
-    void signalsQuitWhenNotBusy_data();
-    void signalsQuitWhenNotBusy();
+    void endingIsAllowed_data();
+    void endingIsAllowed();
+    void endingIsRefusedWhileRemoving_data();
+    void endingIsRefusedWhileRemoving();
+    void everyTerminationSignalIsCaught_data();
+    void everyTerminationSignalIsCaught();
     void signalWhileRemovingIsHonouredWhenTheRunEnds();
     void signalHandlersAreRestoredWhenTheGuardGoes();
 
@@ -58,6 +53,10 @@ class TerminationTests : public QObject {
     // something quits it or `limitMs` passes. Returns exec()'s result.
     int runApplication(const std::function<void()>& action, int limitMs = 300);
     void holdInTheMiddleOfRemoving();
+    // Brings the model to the screen named, for real.
+    void reach(const QString& screen);
+    // Asks for the end of the program in the way named.
+    void requestEnd(const QString& way);
 
     std::unique_ptr<testsupport::TempDir> temp_;
     std::shared_ptr<apptest::ControlledProcesses> processes_;
@@ -125,107 +124,103 @@ void TerminationTests::holdInTheMiddleOfRemoving() {
     QTRY_VERIFY_WITH_TIMEOUT(processes_->isHeld() && model_->isBusy(), kWaitMs);
 }
 
-void TerminationTests::quitIsAllowedOnReview() {
-    plantCache();
-    UninstallerModel& model = makeModel();
-    QCOMPARE(model.phase(), QStringLiteral("review"));
-    QCOMPARE(runApplication([] { QCoreApplication::quit(); }), 0);
+void TerminationTests::reach(const QString& screen) {
+    if (screen != QLatin1String("nothingToRemove")) {
+        plantCache();
+    }
+    const bool tavioRuns =
+        screen == QLatin1String("quitFailed") || screen == QLatin1String("waiting");
+    processes_->setRunning(tavioRuns);
+    UninstallerModel& model = makeModel(screen == QLatin1String("quitFailed") ? 100ms : 10s);
+    QVERIFY(guard_->catchTerminationSignals());
+    if (screen == QLatin1String("waiting")) {
+        model.startUninstall();
+        QTRY_VERIFY_WITH_TIMEOUT(model.waitingForQuit(), kWaitMs);
+        QCOMPARE(model.phase(), QStringLiteral("working"));
+    } else if (screen == QLatin1String("finished") || screen == QLatin1String("quitFailed")) {
+        model.startUninstall();
+        QTRY_COMPARE_WITH_TIMEOUT(model.phase(), screen, kWaitMs);
+    } else {
+        QCOMPARE(model.phase(), screen);
+    }
+    QCOMPARE(model.isBusy(), false);
+}
+
+void TerminationTests::requestEnd(const QString& way) {
+    if (way == QLatin1String("quit")) {
+        QCoreApplication::quit();
+    } else if (way == QLatin1String("model quit")) {
+        model_->quit();
+    } else if (way == QLatin1String("window close")) {
+        (void)window_->close();
+    } else {
+        ::kill(::getpid(), SIGTERM);
+    }
+}
+
+namespace {
+
+const QStringList kWays = {QStringLiteral("quit"), QStringLiteral("model quit"),
+                           QStringLiteral("window close"), QStringLiteral("signal")};
+
+}  // namespace
+
+void TerminationTests::endingIsAllowed_data() {
+    QTest::addColumn<QString>("screen");
+    QTest::addColumn<QString>("way");
+    for (const char* screen : {"review", "nothingToRemove", "finished", "quitFailed", "waiting"}) {
+        for (const QString& way : kWays) {
+            QTest::addRow("%s, %s", screen, qPrintable(way)) << QString::fromLatin1(screen) << way;
+        }
+    }
+}
+
+// On every screen but the one of a removal, and while the engine still
+// waits for Tavio to quit (nothing has been touched then), every way of
+// ending the program ends it.
+void TerminationTests::endingIsAllowed() {
+    QFETCH(QString, screen);
+    QFETCH(QString, way);
+    reach(screen);
+    QVERIFY(guard_->shouldTerminate());
+    QCOMPARE(runApplication([&] { requestEnd(way); }, 5000), 0);
     QVERIFY(!window_->isVisible());
 }
 
-void TerminationTests::quitIsAllowedOnNothingToRemove() {
-    UninstallerModel& model = makeModel();
-    QCOMPARE(model.phase(), QStringLiteral("nothingToRemove"));
-    QCOMPARE(runApplication([] { QCoreApplication::quit(); }), 0);
+void TerminationTests::endingIsRefusedWhileRemoving_data() {
+    QTest::addColumn<QString>("way");
+    for (const QString& way : kWays) {
+        QTest::newRow(qPrintable(way)) << way;
+    }
 }
 
-void TerminationTests::quitIsAllowedOnFinished() {
-    plantCache();
-    UninstallerModel& model = makeModel();
-    model.startUninstall();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
-    QCOMPARE(runApplication([] { QCoreApplication::quit(); }), 0);
-}
-
-void TerminationTests::quitIsAllowedOnQuitFailed() {
-    plantCache();
-    processes_->setRunning(true);
-    UninstallerModel& model = makeModel(100ms);
-    model.startUninstall();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("quitFailed"), kWaitMs);
-    QCOMPARE(runApplication([] { QCoreApplication::quit(); }), 0);
-}
-
-void TerminationTests::quitIsAllowedWhileWaitingForTavio() {
-    plantCache();
-    processes_->setRunning(true);
-    UninstallerModel& model = makeModel();
-    model.startUninstall();
-    QTRY_VERIFY_WITH_TIMEOUT(model.waitingForQuit(), kWaitMs);
-    QCOMPARE(model.phase(), QStringLiteral("working"));
-    QVERIFY(guard_->shouldTerminate());
-    QCOMPARE(runApplication([] { QCoreApplication::quit(); }), 0);
-}
-
-void TerminationTests::quitIsRefusedWhileRemoving() {
+// While an item is being removed, no way of ending the program ends it, and
+// the run goes on to its end.
+void TerminationTests::endingIsRefusedWhileRemoving() {
+    QFETCH(QString, way);
     plantCache();
     makeModel();
+    QVERIFY(guard_->catchTerminationSignals());
     holdInTheMiddleOfRemoving();
     QVERIFY(!guard_->shouldTerminate());
-    QCOMPARE(runApplication([] { QCoreApplication::quit(); }), kStillRunning);
+    QCOMPARE(runApplication([&] { requestEnd(way); }), kStillRunning);
     QVERIFY(window_->isVisible());
 
     processes_->release();
     QTRY_COMPARE_WITH_TIMEOUT(model_->phase(), QStringLiteral("finished"), kWaitMs);
-    QCOMPARE(runApplication([] { QCoreApplication::quit(); }), 0);
+    QVERIFY(!testsupport::exists(*temp_ / "home/Library/Caches/io.tavio.Tavio"));
 }
 
-void TerminationTests::modelQuitGoesThroughTheGuard() {
-    plantCache();
-    UninstallerModel& model = makeModel();
-    holdInTheMiddleOfRemoving();
-    QCOMPARE(runApplication([&] { model.quit(); }), kStillRunning);
-    processes_->release();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
-    QCOMPARE(runApplication([&] { model.quit(); }), 0);
-}
-
-void TerminationTests::windowCloseIsRefusedOnlyWhileRemoving() {
-    plantCache();
-    makeModel();
-    holdInTheMiddleOfRemoving();
-    QVERIFY(!window_->close());
-    QVERIFY(window_->isVisible());
-
-    processes_->release();
-    QTRY_COMPARE_WITH_TIMEOUT(model_->phase(), QStringLiteral("finished"), kWaitMs);
-    // Closing the last window asks the application to quit, which the guard
-    // now lets through.
-    QCOMPARE(runApplication([this] { QVERIFY(window_->close()); }), 0);
-    QVERIFY(!window_->isVisible());
-}
-
-void TerminationTests::windowCloseIsAllowedWhileWaitingForTavio() {
-    plantCache();
-    processes_->setRunning(true);
-    UninstallerModel& model = makeModel();
-    model.startUninstall();
-    QTRY_VERIFY_WITH_TIMEOUT(model.waitingForQuit(), kWaitMs);
-    QVERIFY(window_->close());
-}
-
-void TerminationTests::signalsQuitWhenNotBusy_data() {
+void TerminationTests::everyTerminationSignalIsCaught_data() {
     QTest::addColumn<int>("signalNumber");
     QTest::newRow("SIGTERM") << SIGTERM;
     QTest::newRow("SIGINT") << SIGINT;
     QTest::newRow("SIGHUP") << SIGHUP;
 }
 
-void TerminationTests::signalsQuitWhenNotBusy() {
+void TerminationTests::everyTerminationSignalIsCaught() {
     QFETCH(int, signalNumber);
-    plantCache();
-    makeModel();
-    QVERIFY(guard_->catchTerminationSignals());
+    reach(QStringLiteral("review"));
     QCOMPARE(runApplication([=] { ::kill(::getpid(), signalNumber); }, 5000), 0);
 }
 
