@@ -1,83 +1,17 @@
+#include "ModelTests.h"
+
 #include <unistd.h>
 
 #include <QElapsedTimer>
 #include <QSignalSpy>
 #include <QtTest>
-#include <memory>
-#include <set>
 
 #include "DescriptorCheck.h"
-#include "FakeAdapters.h"
-#include "ModelFakes.h"
 #include "QtTestMain.h"
-#include "TempDir.h"
-#include "app/UninstallerModel.h"
 
 using app::UninstallerModel;
+using namespace modeltest;
 using namespace std::chrono_literals;
-
-namespace {
-
-constexpr const char* kId = "io.tavio.Tavio";
-constexpr int kWaitMs = 20'000;
-
-}  // namespace
-
-// The model over a temporary home, with scripted processes, preferences and
-// app check, and recorded desktop actions. Runs are real engine runs on the
-// model's own thread.
-class UninstallerModelTests : public QObject {
-    Q_OBJECT
-
-  private slots:
-    void init();
-    void cleanup();
-
-    void firstScanShowsReviewWithTheInventory();
-    void emptyAccountShowsNothingToRemove();
-    void oneSkippedItemShowsReview();
-    void completedRunFinishesWithItsReport();
-    void startUninstallTwiceStartsOneRun();
-    void startUninstallIsIgnoredOnOtherScreens();
-    void didNotQuitKeepsRowsPendingAndRetryStartsAgain();
-    void cancelDuringTheWaitRescans();
-    void cancelDuringTheWaitCanEndWithNothingToRemove();
-    void cancelOutsideTheWaitDoesNothing();
-    void busyOnlyWhileRemoving();
-    void finishedCountCountsFailedRows();
-    void incompleteReportListsWhatRemains();
-    void copyPutsTwoPathsWithOneLineFeedBetween();
-    void revealShowsOnlyExistingPathsEvenWhenNoneIsLeft();
-    void reportActionsNeedTheFinishedScreen();
-    void lateEventsOnlyTouchRowsAndWaiting();
-    void refreshFromFinishedRescansAndClearsRows();
-    void confirmingNotifiesOnlyOnChange();
-    void replacedRunGoesOnWithoutBlocking();
-    void modelGoneDuringTheWaitEndsAtOnce();
-
-  private:
-    std::string home() const { return *temp_ / "home"; }
-    std::string apps(int n = 1) const { return *temp_ / ("Applications" + std::to_string(n)); }
-    std::string library(const std::string& relative) const {
-        return home() + "/Library/" + relative;
-    }
-    std::string appPath(int n = 1) const { return apps(n) + "/Tavio.app"; }
-
-    UninstallerModel& makeModel(std::chrono::milliseconds quitTimeout = 10s);
-    void plantFolder(const std::string& relative);
-    void plantRefusedApp(int n);
-    int rowsIn(UninstallerModel::RowState state) const;
-    std::string idOf(std::size_t index) const { return model_->inventory().items.at(index).id; }
-
-    std::unique_ptr<testsupport::TempDir> temp_;
-    target::UninstallContext context_;
-    std::shared_ptr<apptest::ControlledProcesses> processes_;
-    std::shared_ptr<testsupport::FakePreferences> preferences_;
-    std::shared_ptr<testsupport::FakeVerifier> verifier_;
-    std::shared_ptr<apptest::RecordingActions> actions_;
-    std::unique_ptr<UninstallerModel> model_;
-    std::set<int> descriptors_;
-};
 
 void UninstallerModelTests::init() {
     descriptors_ = testsupport::openDescriptors();
@@ -378,120 +312,6 @@ void UninstallerModelTests::finishedCountCountsFailedRows() {
     QCOMPARE(model.report().value("outcome").toString(), QStringLiteral("incomplete"));
 }
 
-void UninstallerModelTests::incompleteReportListsWhatRemains() {
-    plantRefusedApp(1);
-    UninstallerModel& model = makeModel();
-    model.startUninstall();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
-
-    const QVariantMap report = model.report();
-    QCOMPARE(report.value("outcome").toString(), QStringLiteral("incomplete"));
-    const QVariantList remaining = report.value("remaining").toList();
-    QCOMPARE(remaining.size(), 1);
-    QCOMPARE(remaining.at(0).toMap().value("path").toString(), QString::fromStdString(appPath(1)));
-    QVERIFY(!remaining.at(0).toMap().value("reason").toString().isEmpty());
-    const QVariantMap app = report.value("results").toList().last().toMap();
-    QCOMPARE(app.value("id").toString(), QString::fromStdString("app:" + appPath(1)));
-    QCOMPARE(app.value("category").toString(), QStringLiteral("app"));
-    QCOMPARE(app.value("path").toString(), QString::fromStdString(appPath(1)));
-    QCOMPARE(app.value("displayPath").toString(), QString::fromStdString(appPath(1)));
-    QCOMPARE(app.value("outcome").toString(), QStringLiteral("skipped"));
-    QCOMPARE(report.value("results").toList().first().toMap().value("outcome").toString(),
-             QStringLiteral("alreadyAbsent"));
-}
-
-void UninstallerModelTests::copyPutsTwoPathsWithOneLineFeedBetween() {
-    plantRefusedApp(1);
-    plantRefusedApp(2);
-    UninstallerModel& model = makeModel();
-    model.startUninstall();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
-    QCOMPARE(model.report().value("remaining").toList().size(), 2);
-
-    model.copyRemainingPaths();
-    QCOMPARE(actions_->clipboard,
-             QStringList{QString::fromStdString(appPath(1) + "\n" + appPath(2))});
-}
-
-void UninstallerModelTests::revealShowsOnlyExistingPathsEvenWhenNoneIsLeft() {
-    plantRefusedApp(1);
-    plantRefusedApp(2);
-    UninstallerModel& model = makeModel();
-    model.startUninstall();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
-
-    model.revealRemaining();
-    testsupport::removeAll(appPath(1));
-    model.revealRemaining();
-    testsupport::removeAll(appPath(2));
-    model.revealRemaining();
-    const QString second = QString::fromStdString(appPath(2));
-    QCOMPARE(actions_->revealed,
-             (QList<QStringList>{{QString::fromStdString(appPath(1)), second}, {second}, {}}));
-}
-
-void UninstallerModelTests::reportActionsNeedTheFinishedScreen() {
-    plantRefusedApp(1);
-    UninstallerModel& model = makeModel();
-    model.copyRemainingPaths();
-    model.revealRemaining();
-    QVERIFY(actions_->clipboard.isEmpty());
-    QVERIFY(actions_->revealed.isEmpty());
-}
-
-void UninstallerModelTests::lateEventsOnlyTouchRowsAndWaiting() {
-    plantFolder("Caches/io.tavio.Tavio");
-    UninstallerModel& model = makeModel();
-    model.startUninstall();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
-    const UninstallerModel::Phase finished = model.currentPhase();
-    const target::InventoryItem first = model.inventory().items.front();
-
-    model.apply(engine::UninstallEvent::waitingForQuit());
-    QCOMPARE(model.waitingForQuit(), true);
-    QCOMPARE(model.isBusy(), false);
-    model.apply(engine::UninstallEvent::removing(first));
-    QCOMPARE(model.waitingForQuit(), false);
-    QCOMPARE(model.rowStates().at(first.id), UninstallerModel::RowState::running);
-    model.apply(engine::UninstallEvent::finished(first, engine::ItemOutcome::skipped("late")));
-    QCOMPARE(model.rowStates().at(first.id), UninstallerModel::RowState::failed);
-    QVERIFY(model.currentPhase() == finished);
-    QCOMPARE(model.isBusy(), false);
-}
-
-void UninstallerModelTests::refreshFromFinishedRescansAndClearsRows() {
-    plantFolder("Caches/io.tavio.Tavio");
-    UninstallerModel& model = makeModel();
-    model.startUninstall();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
-    model.setIsConfirming(true);
-    QSignalSpy phases(&model, &UninstallerModel::phaseChanged);
-
-    model.refresh();
-    QCOMPARE(model.phase(), QStringLiteral("nothingToRemove"));
-    QCOMPARE(phases.count(), 1);
-    QVERIFY(model.rowStates().empty());
-    QVERIFY(model.report().isEmpty());
-    QCOMPARE(model.isConfirming(), true);
-
-    plantFolder("Logs/io.tavio.Tavio");
-    model.refresh();
-    QCOMPARE(model.phase(), QStringLiteral("review"));
-    QCOMPARE(phases.count(), 2);
-}
-
-void UninstallerModelTests::confirmingNotifiesOnlyOnChange() {
-    plantFolder("Caches/io.tavio.Tavio");
-    UninstallerModel& model = makeModel();
-    QSignalSpy confirming(&model, &UninstallerModel::isConfirmingChanged);
-    QVERIFY(model.setProperty("isConfirming", true));
-    model.setIsConfirming(true);
-    QCOMPARE(model.property("isConfirming").toBool(), true);
-    model.setIsConfirming(false);
-    QCOMPARE(confirming.count(), 2);
-    QCOMPARE(model.phase(), QStringLiteral("review"));
-}
-
 // A run replaced by a newer one is not cancelled: it goes on to its own end,
 // and starting the newer one never waits for it.
 void UninstallerModelTests::replacedRunGoesOnWithoutBlocking() {
@@ -533,5 +353,3 @@ void UninstallerModelTests::modelGoneDuringTheWaitEndsAtOnce() {
 int main(int argc, char** argv) {
     return apptest::runTests<UninstallerModelTests>(argc, argv);
 }
-
-#include "ModelTests.moc"

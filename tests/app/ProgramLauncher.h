@@ -1,0 +1,45 @@
+#pragma once
+
+#include <signal.h>
+#include <sys/types.h>
+
+#include <map>
+#include <string>
+#include <tuple>
+
+// Starting the real program for a test, and looking at what it left behind.
+//
+// Each run happens in a child that has entered its own user and mount
+// namespace, where the user database is replaced by a copy that gives the
+// user a fresh home in the test's temporary folder: the program finds its
+// user through that database, so this is the only honest way to hand it an
+// empty home without touching the real one.
+namespace programtest {
+
+struct Launch {
+    std::string executable;
+    std::string home;
+    std::string temporary;  // TMPDIR
+    std::string scratch;    // for the user database copy and the runtime folder
+    int signal = SIGTERM;
+    bool onXServer = false;  // a real window on Xvfb instead of the offscreen platform
+};
+
+// Runs the program for `launch` in a namespace of its own: starts it, waits
+// until it handles termination signals and has had a moment to show its
+// window, sends the signal and waits for it to end. The answer is how it
+// ended ("exit N", "signal N"), what went wrong, or why it could not be run
+// here at all ("skip: …").
+std::string runProgram(const Launch& launch);
+
+// Everything below a folder that a program could change: type, permissions,
+// owner, size and modification times, by relative path.
+using Snapshot =
+    std::map<std::string, std::tuple<unsigned, uid_t, gid_t, off_t, long, long, long, long>>;
+
+Snapshot snapshot(const std::string& root);
+
+// One line per added, removed or changed path; empty when nothing differs.
+std::string describeDifference(const Snapshot& before, const Snapshot& after);
+
+}  // namespace programtest
