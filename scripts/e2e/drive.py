@@ -1,0 +1,342 @@
+"""Drives the uninstaller's window only through the accessibility interface
+(AT-SPI), the way a screen reader or an automation tool does: it finds
+headings, list items and buttons by role and name, reads their texts and
+calls a button's "Press" action. Run it with the system /usr/bin/python3
+(the AT-SPI bindings come from python3-gi and gir1.2-atspi-2.0).
+
+The process must have DISPLAY and DBUS_SESSION_BUS_ADDRESS of the program's
+session in its environment before `Driver()` is made: the accessibility bus
+is found through that session.
+"""
+
+import ctypes
+import ctypes.util
+import time
+
+import gi
+
+gi.require_version("Atspi", "2.0")
+from gi.repository import Atspi  # noqa: E402
+
+APP_NAME = "Uninstall Tavio"
+
+# Screen titles, as the window shows them.
+REVIEW = "Uninstall Tavio?"
+WAITING = "Waiting for Tavio to Quit…"
+REMOVING = "Removing Tavio…"
+QUIT_FAILED = "Tavio Didn’t Quit"
+COMPLETED = "Tavio Was Uninstalled"
+INCOMPLETE = "Uninstall Incomplete"
+NOTHING = "Tavio Isn’t Installed"
+ALERT = "Permanently remove Tavio and its data?"
+
+
+class DriveError(AssertionError):
+    pass
+
+
+class Node:
+    """What one accessible object says about itself, read at one moment."""
+
+    def __init__(self, accessible, depth):
+        self.accessible = accessible
+        self.depth = depth
+        self.role = accessible.get_role_name() or ""
+        self.name = accessible.get_name() or ""
+        self.description = accessible.get_description() or ""
+        states = accessible.get_state_set()
+        self.enabled = states.contains(Atspi.StateType.ENABLED)
+        self.showing = states.contains(Atspi.StateType.SHOWING)
+        self.text = ""
+        try:
+            text = accessible.get_text_iface()
+            if text is not None:
+                self.text = text.get_text(0, text.get_character_count()) or ""
+        except Exception:  # noqa: BLE001 - an object may vanish while it is read
+            pass
+
+    def __repr__(self):
+        return "%s%s %r %r%s" % ("  " * self.depth, self.role, self.name, self.description,
+                                 "" if self.enabled else " (disabled)")
+
+
+class Screen:
+    """Everything the window shows at one moment."""
+
+    def __init__(self, nodes):
+        self.nodes = nodes
+
+    def of_role(self, role):
+        return [n for n in self.nodes if n.role == role]
+
+    @property
+    def headings(self):
+        return self.of_role("heading")
+
+    @property
+    def title(self):
+        """The first heading's name: the screen's title (or the alert's)."""
+        headings = [h for h in self.headings if h.description]
+        return headings[0].name if headings else None
+
+    @property
+    def titles(self):
+        """The screen's title and, while it is open, the alert's."""
+        return [h.name for h in self.headings if h.description] + \
+            [d.name for d in self.of_role("dialog")]
+
+    def in_dialog(self):
+        """The nodes of the open alert, or an empty list."""
+        inside = []
+        depth = None
+        for node in self.nodes:
+            if depth is not None and node.depth <= depth:
+                break
+            if depth is None and node.role == "dialog":
+                depth = node.depth
+                continue
+            if depth is not None:
+                inside.append(node)
+        return inside
+
+    def heading(self, title):
+        for node in self.headings:
+            if node.name == title:
+                return node
+        return None
+
+    def detail(self, title=None):
+        node = self.heading(title) if title else next((h for h in self.headings
+                                                      if h.description), None)
+        return node.description if node else None
+
+    def button(self, name):
+        """The button with this name; while an alert is open, the alert's."""
+        dialog = self.in_dialog()
+        for node in dialog or self.nodes:
+            if node.role in ("push button", "button") and node.name == name:
+                return node
+        return None
+
+    def buttons(self):
+        return [n.name for n in self.nodes if n.role in ("push button", "button")]
+
+    def items(self):
+        """List items (rows) as (title, description)."""
+        return [(n.name, n.description) for n in self.nodes if n.role == "list item"]
+
+    def labels(self):
+        return [n.name or n.text for n in self.nodes if n.role in ("label", "static")]
+
+    def dump(self):
+        return "\n".join(repr(n) for n in self.nodes)
+
+    def report_lines(self):
+        """The texts of the screen, in order, as a person would read them."""
+        lines = []
+        for node in self.nodes:
+            if node.role == "heading" and node.description:
+                lines += [node.name, node.description]
+            elif node.role == "heading":
+                lines.append(node.name)
+            elif node.role == "list item":
+                lines.append("  • " + node.name + (" — " + node.description
+                                                   if node.description else ""))
+            elif node.role in ("push button", "button"):
+                lines.append("  [" + node.name + "]" + ("" if node.enabled else " (disabled)"))
+        return lines
+
+
+class Driver:
+    def __init__(self, app_name=APP_NAME, alive=None):
+        """`alive`, when given, tells whether the program is still running, so
+        that a wait ends at once when it has gone."""
+        Atspi.init()
+        self.app_name = app_name
+        self.app = None
+        self.alive = alive or (lambda: True)
+
+    def _check_alive(self):
+        if not self.alive():
+            raise DriveError("the uninstaller has ended")
+
+    def find_app(self, timeout=60):
+        deadline = time.monotonic() + timeout
+        while time.monotonic() < deadline:
+            self._check_alive()
+            desktop = Atspi.get_desktop(0)
+            try:
+                desktop.clear_cache()
+            except Exception:  # noqa: BLE001
+                pass
+            for i in range(desktop.get_child_count()):
+                app = desktop.get_child_at_index(i)
+                try:
+                    if app is not None and app.get_name() == self.app_name:
+                        self.app = app
+                        return app
+                except Exception:  # noqa: BLE001 - an application may leave meanwhile
+                    continue
+            time.sleep(0.1)
+        raise DriveError("the uninstaller did not appear on the accessibility bus within "
+                         "%d s" % timeout)
+
+    def app_present(self):
+        desktop = Atspi.get_desktop(0)
+        for i in range(desktop.get_child_count()):
+            app = desktop.get_child_at_index(i)
+            try:
+                if app is not None and app.get_name() == self.app_name:
+                    return True
+            except Exception:  # noqa: BLE001
+                continue
+        return False
+
+    def screen(self):
+        """Walks the window's tree (hidden and ignored objects are left out)."""
+        if self.app is None:
+            self.find_app()
+        try:
+            self.app.clear_cache()
+        except Exception:  # noqa: BLE001
+            pass
+        nodes = []
+
+        def walk(accessible, depth):
+            if accessible is None or depth > 40:
+                return
+            try:
+                node = Node(accessible, depth)
+                count = accessible.get_child_count()
+            except Exception:  # noqa: BLE001 - the tree changes while it is walked
+                return
+            if depth > 0 and not node.showing and node.role not in ("frame", "window",
+                                                                    "dialog"):
+                return
+            nodes.append(node)
+            for i in range(count):
+                try:
+                    child = accessible.get_child_at_index(i)
+                except Exception:  # noqa: BLE001
+                    continue
+                walk(child, depth + 1)
+
+        walk(self.app, 0)
+        return Screen(nodes)
+
+    def wait(self, predicate, timeout, what):
+        """Polls the window until predicate(screen) is true; returns that screen."""
+        deadline = time.monotonic() + timeout
+        last = None
+        while time.monotonic() < deadline:
+            self._check_alive()
+            try:
+                last = self.screen()
+                if predicate(last):
+                    return last
+            except DriveError:
+                raise
+            except Exception:  # noqa: BLE001 - a transient bus error: look again
+                pass
+            time.sleep(0.05)
+        raise DriveError("timed out after %d s waiting for %s; the window shows:\n%s"
+                         % (timeout, what, last.dump() if last else "(nothing)"))
+
+    def wait_for_title(self, title, timeout=60):
+        return self.wait(lambda s: title in s.titles, timeout, "the screen “%s”" % title)
+
+    def wait_for_any(self, titles, timeout=60):
+        return self.wait(lambda s: any(t in s.titles for t in titles), timeout,
+                         "one of the screens " + ", ".join(titles))
+
+    def press(self, name, timeout=30, screen=None):
+        """Calls the Press action of the enabled button with this name."""
+        shown = self.wait(lambda s: (s.button(name) is not None and s.button(name).enabled),
+                          timeout, "an enabled button “%s”" % name)
+        node = shown.button(name)
+        action = node.accessible.get_action_iface()
+        if action is None:
+            raise DriveError("the button “%s” has no actions" % name)
+        for i in range(action.get_n_actions()):
+            if action.get_action_name(i) == "Press":
+                action.do_action(i)
+                return
+        raise DriveError("the button “%s” has no Press action" % name)
+
+
+# Closing the window the way a window manager asks: WM_DELETE_WINDOW ----------
+
+class _XClientMessageEvent(ctypes.Structure):
+    _fields_ = [("type", ctypes.c_int), ("serial", ctypes.c_ulong),
+                ("send_event", ctypes.c_int), ("display", ctypes.c_void_p),
+                ("window", ctypes.c_ulong), ("message_type", ctypes.c_ulong),
+                ("format", ctypes.c_int), ("data", ctypes.c_long * 5)]
+
+
+class _XEvent(ctypes.Union):
+    _fields_ = [("xclient", _XClientMessageEvent), ("pad", ctypes.c_long * 24)]
+
+
+def _x11():
+    lib = ctypes.CDLL(ctypes.util.find_library("X11") or "libX11.so.6")
+    lib.XOpenDisplay.restype = ctypes.c_void_p
+    lib.XOpenDisplay.argtypes = [ctypes.c_char_p]
+    lib.XDefaultRootWindow.restype = ctypes.c_ulong
+    lib.XDefaultRootWindow.argtypes = [ctypes.c_void_p]
+    lib.XInternAtom.restype = ctypes.c_ulong
+    lib.XInternAtom.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int]
+    lib.XQueryTree.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.POINTER(ctypes.c_ulong),
+                               ctypes.POINTER(ctypes.c_ulong),
+                               ctypes.POINTER(ctypes.POINTER(ctypes.c_ulong)),
+                               ctypes.POINTER(ctypes.c_uint)]
+    lib.XFetchName.argtypes = [ctypes.c_void_p, ctypes.c_ulong,
+                               ctypes.POINTER(ctypes.c_char_p)]
+    lib.XSendEvent.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_int, ctypes.c_long,
+                               ctypes.POINTER(_XEvent)]
+    lib.XFlush.argtypes = [ctypes.c_void_p]
+    lib.XFree.argtypes = [ctypes.c_void_p]
+    lib.XCloseDisplay.argtypes = [ctypes.c_void_p]
+    return lib
+
+
+def close_window(display_name, title=APP_NAME):
+    """Sends WM_DELETE_WINDOW to every top-level window called `title`, as a
+    window manager does when its close button is clicked. Returns how many
+    windows were asked."""
+    x = _x11()
+    display = x.XOpenDisplay(display_name.encode())
+    if not display:
+        raise DriveError("cannot open the display " + display_name)
+    try:
+        root = x.XDefaultRootWindow(display)
+        protocols = x.XInternAtom(display, b"WM_PROTOCOLS", 0)
+        delete = x.XInternAtom(display, b"WM_DELETE_WINDOW", 0)
+        root_return = ctypes.c_ulong()
+        parent_return = ctypes.c_ulong()
+        children = ctypes.POINTER(ctypes.c_ulong)()
+        count = ctypes.c_uint()
+        x.XQueryTree(display, root, ctypes.byref(root_return), ctypes.byref(parent_return),
+                     ctypes.byref(children), ctypes.byref(count))
+        asked = 0
+        for i in range(count.value):
+            window = children[i]
+            name = ctypes.c_char_p()
+            if x.XFetchName(display, window, ctypes.byref(name)) and name.value is not None:
+                matches = name.value.decode(errors="replace") == title
+                x.XFree(name)
+                if matches:
+                    event = _XEvent()
+                    event.xclient.type = 33  # ClientMessage
+                    event.xclient.window = window
+                    event.xclient.message_type = protocols
+                    event.xclient.format = 32
+                    event.xclient.data[0] = delete
+                    event.xclient.data[1] = 0  # CurrentTime
+                    x.XSendEvent(display, window, 0, 0, ctypes.byref(event))
+                    asked += 1
+        if children:
+            x.XFree(children)
+        x.XFlush(display)
+        return asked
+    finally:
+        x.XCloseDisplay(display)

@@ -1,0 +1,385 @@
+"""A throw-away account for the real uninstaller, and the processes around it.
+
+A Sandbox is a fresh temporary folder holding a home (with a planted Tavio
+footprint and canaries), an applications folder (with a sealed Tavio.app), a
+runtime folder for the buses and a temporary folder. The uninstaller runs
+inside bubblewrap: a mount namespace in which the sandbox home is mounted over
+the user's real home folder (the program finds its home through the user
+database), the sandbox applications folder appears as /Applications, and
+every other top-level folder of the system is mounted read-only. The program
+itself is the built binary, unchanged.
+
+Everything started here (Xvfb, the private D-Bus session, bubblewrap and what
+runs in it) is started in its own process group and stopped by that group's
+id in close(); every wait has a deadline.
+"""
+
+import os
+import pwd
+import select
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+
+IDENTIFIER = "io.tavio.Tavio"
+PROGRAM_RELATIVE = "src/app/Uninstall Tavio.app/Contents/MacOS/Uninstall Tavio"
+BUNDLE_RELATIVE = "src/app/Uninstall Tavio.app"
+
+
+class SandboxError(RuntimeError):
+    pass
+
+
+def real_home():
+    """The home folder the user database gives the current user."""
+    return pwd.getpwuid(os.getuid()).pw_dir
+
+
+def _wait_for(predicate, timeout, what):
+    deadline = time.monotonic() + timeout
+    while time.monotonic() < deadline:
+        value = predicate()
+        if value:
+            return value
+        time.sleep(0.05)
+    raise SandboxError("timed out after %.0f s waiting for %s" % (timeout, what))
+
+
+def _read_line(stream, timeout, what):
+    """One line from a pipe, within the deadline."""
+    deadline = time.monotonic() + timeout
+    data = b""
+    fd = stream.fileno()
+    while b"\n" not in data:
+        left = deadline - time.monotonic()
+        if left <= 0:
+            raise SandboxError("timed out waiting for %s" % what)
+        ready, _, _ = select.select([fd], [], [], left)
+        if not ready:
+            continue
+        chunk = os.read(fd, 4096)
+        if not chunk:
+            raise SandboxError("%s: the process ended without answering" % what)
+        data += chunk
+    return data.split(b"\n", 1)[0].decode().strip()
+
+
+class Sandbox:
+    def __init__(self, build_dir, prefix="tavio-sandbox-"):
+        self.build_dir = os.path.abspath(build_dir)
+        self.program = os.path.join(self.build_dir, PROGRAM_RELATIVE)
+        self.footprint_tool = os.path.join(self.build_dir, "tools/footprint/tavio-footprint")
+        self.player_tool = os.path.join(self.build_dir, "tools/fake-tavio/tavio-player")
+        self.seal_tool = os.path.join(self.build_dir, "tools/seal/tavio-seal")
+        for path in (self.program, self.footprint_tool, self.player_tool, self.seal_tool):
+            if not os.access(path, os.X_OK):
+                raise SandboxError("not built: " + path)
+        self.root = tempfile.mkdtemp(prefix=prefix)
+        os.chmod(self.root, 0o755)
+        self.home = os.path.join(self.root, "home")
+        self.applications = os.path.join(self.root, "Applications")
+        self.runtime = os.path.join(self.root, "run")
+        self.tmp = os.path.join(self.root, "tmp")
+        self.scratch = os.path.join(self.root, "scratch")
+        self.manifest = os.path.join(self.scratch, "canaries.manifest")
+        for folder in (self.home, self.applications, self.scratch):
+            os.makedirs(folder, exist_ok=True)
+        for folder in (self.runtime, self.tmp):
+            os.makedirs(folder, mode=0o700, exist_ok=True)
+        self.inside_home = real_home()
+        self.display = None
+        self.bus_address = None
+        self.planted = []
+        self._groups = []  # process groups to stop, newest last
+        self._become_subreaper()
+        self.program_process = None
+
+    # The account -------------------------------------------------------
+
+    def plant(self, cache_files=200, app_size_mb=2, app=True, canaries=True):
+        """Plants the footprint (sealed app included) and the canaries."""
+        command = [self.footprint_tool, "--home", self.home, "--applications",
+                   self.applications, "--player", self.player_tool, "--manifest", self.manifest,
+                   "--cache-files", str(cache_files), "--app-size-mb", str(app_size_mb)]
+        if not app:
+            command.append("--no-app")
+        if not canaries:
+            command.append("--no-canaries")
+        out = subprocess.run(command, check=True, capture_output=True, text=True,
+                             timeout=300).stdout
+        self.planted = [line[len("planted: "):] for line in out.splitlines()
+                        if line.startswith("planted: ")]
+        return out
+
+    def app_bundle(self):
+        return os.path.join(self.applications, "Tavio.app")
+
+    def app_executable(self):
+        return os.path.join(self.app_bundle(), "Contents/MacOS/Tavio")
+
+    def inside(self, path):
+        """Where a sandbox path appears to the program."""
+        if path == self.home or path.startswith(self.home + "/"):
+            return self.inside_home + path[len(self.home):]
+        if path == self.applications or path.startswith(self.applications + "/"):
+            return "/Applications" + path[len(self.applications):]
+        return path
+
+    def outside(self, path):
+        """Where a path the program shows lies in the sandbox."""
+        if path == self.inside_home or path.startswith(self.inside_home + "/"):
+            return self.home + path[len(self.inside_home):]
+        if path == "/Applications" or path.startswith("/Applications/"):
+            return self.applications + path[len("/Applications"):]
+        return path
+
+    def check_canaries(self):
+        """(passed, output) of the footprint tool's canary check."""
+        result = subprocess.run([self.footprint_tool, "--check-canaries", "--home", self.home,
+                                 "--applications", self.applications, "--manifest",
+                                 self.manifest], capture_output=True, text=True, timeout=120)
+        return result.returncode == 0, (result.stdout + result.stderr).strip()
+
+    def remaining_planted(self):
+        return [p for p in self.planted if os.path.lexists(p)]
+
+    # The processes -----------------------------------------------------
+
+    @staticmethod
+    def _become_subreaper():
+        """Orphans of what is started here (services the bus starts on demand
+        detach themselves) are handed to this process, which reaps them."""
+        try:
+            import ctypes
+            libc = ctypes.CDLL(None, use_errno=True)
+            libc.prctl(36, 1, 0, 0, 0)  # PR_SET_CHILD_SUBREAPER
+        except (OSError, AttributeError):
+            pass
+
+    @staticmethod
+    def _reap_orphans():
+        while True:
+            try:
+                pid, _ = os.waitpid(-1, os.WNOHANG)
+            except ChildProcessError:
+                return
+            if pid == 0:
+                return
+
+    def _spawn(self, command, **kwargs):
+        process = subprocess.Popen(command, start_new_session=True, **kwargs)
+        self._groups.append(process)
+        return process
+
+    def start_display(self, timeout=30):
+        """An X server of our own on a free display."""
+        read_fd, write_fd = os.pipe()
+        env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "HOME": self.scratch}
+        self._spawn(["Xvfb", "-displayfd", str(write_fd), "-nolisten", "tcp", "-screen", "0",
+                     "1280x800x24"], pass_fds=(write_fd,), env=env, stdin=subprocess.DEVNULL,
+                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        os.close(write_fd)
+        with os.fdopen(read_fd, "rb") as pipe:
+            number = _read_line(pipe, timeout, "Xvfb to choose a display")
+        self.display = ":" + number
+        return self.display
+
+    def start_bus(self, timeout=30):
+        """A private D-Bus session whose sockets live in the sandbox's runtime folder;
+        the accessibility bus it starts on demand puts its socket there too."""
+        env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "HOME": self.scratch,
+               "XDG_RUNTIME_DIR": self.runtime}
+        if self.display:
+            env["DISPLAY"] = self.display
+        process = self._spawn(["dbus-daemon", "--session", "--nofork", "--nosyslog",
+                               "--address=unix:dir=" + self.runtime, "--print-address=1"],
+                              env=env, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.DEVNULL)
+        self.bus_address = _read_line(process.stdout, timeout, "the D-Bus session to start")
+        return self.bus_address
+
+    def client_environment(self):
+        """The environment of a process that talks to the program's window and buses."""
+        env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "HOME": self.scratch,
+               "XDG_RUNTIME_DIR": self.runtime, "LANG": "C.UTF-8"}
+        if self.display:
+            env["DISPLAY"] = self.display
+        if self.bus_address:
+            env["DBUS_SESSION_BUS_ADDRESS"] = self.bus_address
+        return env
+
+    def bwrap_command(self, extra_binds=()):
+        """bubblewrap: the system read-only, the sandbox over the real home
+        and as /Applications, fresh /dev, /proc (own pid namespace) and /tmp."""
+        command = ["bwrap", "--die-with-parent", "--unshare-pid", "--unshare-ipc",
+                   "--new-session"]
+        special = {"dev", "proc", "tmp", "Applications", "sys"}
+        for name in sorted(os.listdir("/")):
+            path = "/" + name
+            if name in special:
+                continue
+            if os.path.islink(path):
+                command += ["--symlink", os.readlink(path), path]
+            elif os.path.isdir(path):
+                command += ["--ro-bind", path, path]
+        command += ["--dev", "/dev", "--proc", "/proc", "--ro-bind", "/sys", "/sys",
+                    "--bind", self.tmp, "/tmp",
+                    "--bind", self.home, self.inside_home,
+                    "--bind", self.applications, "/Applications",
+                    "--ro-bind", self.runtime, self.runtime]
+        for source, target in extra_binds:
+            command += ["--bind", source, target]
+        return command
+
+    def program_environment(self):
+        env = {"PATH": "/usr/bin:/bin", "HOME": self.inside_home, "TMPDIR": "/tmp",
+               "XDG_RUNTIME_DIR": self.runtime, "LANG": os.environ.get("LANG", "C.UTF-8"),
+               "QT_QPA_PLATFORM": "xcb", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1"}
+        for name in ("USER", "LOGNAME", "ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS",
+                     "LC_ALL"):
+            if name in os.environ:
+                env[name] = os.environ[name]
+        if self.display:
+            env["DISPLAY"] = self.display
+        if self.bus_address:
+            env["DBUS_SESSION_BUS_ADDRESS"] = self.bus_address
+        return env
+
+    def start_program(self, player=True, player_args=(), program=None, extra_binds=(),
+                      stdout=None, stderr=None):
+        """Starts, inside the sandbox, the Tavio player from its bundle (so that
+        the program finds it running, as a child that dies with it) and then
+        the uninstaller. `program` is the uninstaller's path as seen inside
+        (the build folder is visible read-only at its own path). Returns the
+        bubblewrap process."""
+        program = program or self.program
+        script = "set -e\n"
+        if player:
+            script += ('rm -f /tmp/.player-ready\n'
+                       '"$1" --exit-with-parent --ready-file /tmp/.player-ready %s &\n'
+                       'n=0; while [ ! -e /tmp/.player-ready ]; do\n'
+                       '  n=$((n+1)); [ $n -lt 600 ] || { echo "player never ready" >&2; exit 97; }\n'
+                       '  sleep 0.05; done\n'
+                       'rm -f /tmp/.player-ready\n' % " ".join(player_args))
+        script += 'exec "$2"\n'
+        command = self.bwrap_command(extra_binds)
+        command += ["--chdir", "/", "/bin/sh", "-c", script, "sh",
+                    "/Applications/Tavio.app/Contents/MacOS/Tavio", program]
+        self.program_process = self._spawn(
+            command, env=self.program_environment(), stdin=subprocess.DEVNULL,
+            stdout=stdout, stderr=stderr)
+        return self.program_process
+
+    def program_pid_inside(self):
+        """The uninstaller's process id as seen from here, or None."""
+        wanted = os.path.basename(self.program)[:15]  # the kernel keeps 15 characters
+        for entry in os.listdir("/proc"):
+            if not entry.isdigit():
+                continue
+            try:
+                with open("/proc/%s/comm" % entry) as comm:
+                    name = comm.read().strip()
+            except OSError:
+                continue
+            if name == wanted and self._descends_from(int(entry), self.program_process.pid):
+                return int(entry)
+        return None
+
+    @staticmethod
+    def _descends_from(pid, ancestor):
+        for _ in range(64):
+            if pid == ancestor:
+                return True
+            if pid <= 1:
+                return False
+            try:
+                with open("/proc/%d/stat" % pid) as stat:
+                    pid = int(stat.read().rsplit(")", 1)[1].split()[1])
+            except OSError:
+                return False
+        return False
+
+    def wait_program(self, timeout):
+        """The program's exit status, or None when it is still running at the deadline."""
+        try:
+            return self.program_process.wait(timeout=timeout)
+        except subprocess.TimeoutExpired:
+            return None
+
+    def screenshot(self, path):
+        """Saves the whole virtual screen as a PNG (xwd, then netpbm)."""
+        if not self.display:
+            return False
+        env = self.client_environment()
+        with open(path, "wb") as out:
+            xwd = subprocess.Popen(["xwd", "-root", "-silent", "-display", self.display],
+                                   stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, env=env)
+            pnm = subprocess.Popen(["xwdtopnm"], stdin=xwd.stdout, stdout=subprocess.PIPE,
+                                   stderr=subprocess.DEVNULL)
+            xwd.stdout.close()
+            png = subprocess.Popen(["pnmtopng"], stdin=pnm.stdout, stdout=out,
+                                   stderr=subprocess.DEVNULL)
+            pnm.stdout.close()
+            ok = all(p.wait(timeout=30) == 0 for p in (xwd, pnm, png))
+        return ok
+
+    def clipboard(self, timeout=10):
+        """The text on the virtual display's clipboard."""
+        result = subprocess.run(["xclip", "-o", "-selection", "clipboard"],
+                                env=self.client_environment(), capture_output=True,
+                                timeout=timeout)
+        return result.stdout.decode(errors="replace") if result.returncode == 0 else None
+
+    def close(self, keep=False):
+        """Stops everything started here, newest first, and removes the folder."""
+        for process in reversed(self._groups):
+            if process.poll() is None:
+                try:
+                    os.killpg(process.pid, signal.SIGTERM)
+                except ProcessLookupError:
+                    pass
+                try:
+                    process.wait(timeout=10)
+                except subprocess.TimeoutExpired:
+                    try:
+                        os.killpg(process.pid, signal.SIGKILL)
+                    except ProcessLookupError:
+                        pass
+                    process.wait(timeout=10)
+            # Anything left in the group (services the bus started on demand).
+            try:
+                os.killpg(process.pid, signal.SIGKILL)
+            except (ProcessLookupError, PermissionError):
+                pass
+            if process.stdout:
+                process.stdout.close()
+        self._groups = []
+        deadline = time.monotonic() + 5
+        while time.monotonic() < deadline and self._orphans_left():
+            self._reap_orphans()
+            time.sleep(0.05)
+        if not keep:
+            subprocess.run(["chattr", "-R", "-i", self.root], capture_output=True)
+            shutil.rmtree(self.root, ignore_errors=True)
+
+    @staticmethod
+    def _orphans_left():
+        me = str(os.getpid())
+        for entry in os.listdir("/proc"):
+            if entry.isdigit():
+                try:
+                    with open("/proc/%s/stat" % entry) as stat:
+                        if stat.read().rsplit(")", 1)[1].split()[1] == me:
+                            return True
+                except (OSError, IndexError):
+                    pass
+        return False
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exc):
+        self.close()
+        return False
