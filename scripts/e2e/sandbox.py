@@ -89,7 +89,9 @@ class Sandbox:
         for folder in (self.runtime, self.tmp):
             os.makedirs(folder, mode=0o700, exist_ok=True)
         self.inside_home = real_home()
-        self.display = None
+        self.display = None       # a virtual display of our own
+        self.host_display = None  # or the person's own display
+        self.host_binds = []
         self.bus_address = None
         self.planted = []
         self._groups = []  # process groups to stop, newest last
@@ -186,6 +188,19 @@ class Sandbox:
         self.display = ":" + number
         return self.display
 
+    def use_host_display(self, display, xauthority=None):
+        """Shows the window on the person's display: its socket folder is
+        visible read-only inside, and a copy of the X authority file sits in
+        the runtime folder."""
+        self.host_display = display
+        if os.path.isdir("/tmp/.X11-unix"):
+            self.host_binds.append(("/tmp/.X11-unix", "/tmp/.X11-unix"))
+        if xauthority and os.path.isfile(xauthority):
+            copy = os.path.join(self.runtime, "Xauthority")
+            shutil.copyfile(xauthority, copy)
+            os.chmod(copy, 0o600)
+            self.host_xauthority = copy
+
     def start_bus(self, timeout=30):
         """A private D-Bus session whose sockets live in the sandbox's runtime folder;
         the accessibility bus it starts on demand puts its socket there too."""
@@ -231,6 +246,8 @@ class Sandbox:
                     "--ro-bind", self.runtime, self.runtime]
         for source, target in extra_binds:
             command += ["--bind", source, target]
+        for source, target in self.host_binds:
+            command += ["--ro-bind", source, target]
         return command
 
     def program_environment(self):
@@ -241,8 +258,10 @@ class Sandbox:
                      "LC_ALL"):
             if name in os.environ:
                 env[name] = os.environ[name]
-        if self.display:
-            env["DISPLAY"] = self.display
+        if self.display or self.host_display:
+            env["DISPLAY"] = self.display or self.host_display
+        if getattr(self, "host_xauthority", None):
+            env["XAUTHORITY"] = self.host_xauthority
         if self.bus_address:
             env["DBUS_SESSION_BUS_ADDRESS"] = self.bus_address
         return env
@@ -258,7 +277,8 @@ class Sandbox:
         script = "set -e\n"
         if player:
             script += ('rm -f /tmp/.player-ready\n'
-                       '"$1" --exit-with-parent --ready-file /tmp/.player-ready %s &\n'
+                       '"$1" --exit-with-parent --ready-file /tmp/.player-ready %s '
+                       '>/dev/null &\n'
                        'n=0; while [ ! -e /tmp/.player-ready ]; do\n'
                        '  n=$((n+1)); [ $n -lt 600 ] || { echo "player never ready" >&2; exit 97; }\n'
                        '  sleep 0.05; done\n'
@@ -308,13 +328,15 @@ class Sandbox:
         except subprocess.TimeoutExpired:
             return None
 
-    def screenshot(self, path):
-        """Saves the whole virtual screen as a PNG (xwd, then netpbm)."""
+    def screenshot(self, path, window=None):
+        """Saves the virtual screen, or only the window of that name, as a PNG
+        (xwd, then netpbm)."""
         if not self.display:
             return False
         env = self.client_environment()
+        which = ["-name", window] if window else ["-root"]
         with open(path, "wb") as out:
-            xwd = subprocess.Popen(["xwd", "-root", "-silent", "-display", self.display],
+            xwd = subprocess.Popen(["xwd", "-silent", "-display", self.display] + which,
                                    stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, env=env)
             pnm = subprocess.Popen(["xwdtopnm"], stdin=xwd.stdout, stdout=subprocess.PIPE,
                                    stderr=subprocess.DEVNULL)
