@@ -94,6 +94,7 @@ class Sandbox:
         self.host_binds = []
         self.bus_address = None
         self.planted = []
+        self.locked = []  # files made immutable, made mutable again in close()
         self._groups = []  # process groups to stop, newest last
         self._become_subreaper()
         self.program_process = None
@@ -179,8 +180,10 @@ class Sandbox:
         """An X server of our own on a free display."""
         read_fd, write_fd = os.pipe()
         env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "HOME": self.scratch}
-        self._spawn(["Xvfb", "-displayfd", str(write_fd), "-nolisten", "tcp", "-screen", "0",
-                     "1280x800x24"], pass_fds=(write_fd,), env=env, stdin=subprocess.DEVNULL,
+        # -noreset: the server would otherwise reset (and refuse connections for
+        # a moment) whenever its last client leaves.
+        self._spawn(["Xvfb", "-displayfd", str(write_fd), "-nolisten", "tcp", "-noreset",
+                     "-screen", "0", "1280x800x24"], pass_fds=(write_fd,), env=env, stdin=subprocess.DEVNULL,
                     stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(write_fd)
         with os.fdopen(read_fd, "rb") as pipe:
@@ -189,12 +192,9 @@ class Sandbox:
         return self.display
 
     def use_host_display(self, display, xauthority=None):
-        """Shows the window on the person's display: its socket folder is
-        visible read-only inside, and a copy of the X authority file sits in
-        the runtime folder."""
+        """Shows the window on the person's display; a copy of the X authority
+        file sits in the runtime folder."""
         self.host_display = display
-        if os.path.isdir("/tmp/.X11-unix"):
-            self.host_binds.append(("/tmp/.X11-unix", "/tmp/.X11-unix"))
         if xauthority and os.path.isfile(xauthority):
             copy = os.path.join(self.runtime, "Xauthority")
             shutil.copyfile(xauthority, copy)
@@ -203,11 +203,11 @@ class Sandbox:
 
     def start_bus(self, timeout=30):
         """A private D-Bus session whose sockets live in the sandbox's runtime folder;
-        the accessibility bus it starts on demand puts its socket there too."""
+        the accessibility bus it starts on demand puts its socket there too. It
+        is given no display, so that nothing it starts touches one: clients
+        find the accessibility bus through the session bus."""
         env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "HOME": self.scratch,
                "XDG_RUNTIME_DIR": self.runtime}
-        if self.display:
-            env["DISPLAY"] = self.display
         process = self._spawn(["dbus-daemon", "--session", "--nofork", "--nosyslog",
                                "--address=unix:dir=" + self.runtime, "--print-address=1"],
                               env=env, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
@@ -248,6 +248,10 @@ class Sandbox:
             command += ["--bind", source, target]
         for source, target in self.host_binds:
             command += ["--ro-bind", source, target]
+        # The X servers' socket folder, read-only: a client also finds the
+        # server there when the abstract socket is taken.
+        if os.path.isdir("/tmp/.X11-unix"):
+            command += ["--ro-bind", "/tmp/.X11-unix", "/tmp/.X11-unix"]
         return command
 
     def program_environment(self):
@@ -383,7 +387,8 @@ class Sandbox:
             self._reap_orphans()
             time.sleep(0.05)
         if not keep:
-            subprocess.run(["chattr", "-R", "-i", self.root], capture_output=True)
+            for path in self.locked:
+                subprocess.run(["chattr", "-i", path], capture_output=True)
             shutil.rmtree(self.root, ignore_errors=True)
 
     @staticmethod

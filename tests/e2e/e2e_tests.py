@@ -170,8 +170,276 @@ def case_full_road(args):
         c.close()
 
 
+def footprint_state(sb):
+    """The footprint and the canaries as they are: home and applications."""
+    return {"home": tree_state(sb.home), "applications": tree_state(sb.applications)}
+
+
+def footprint_difference(before, after):
+    lines = []
+    for key in before:
+        lines += ["%s: %s" % (key, line) for line in difference(before[key], after[key])]
+    return lines
+
+
+def case_quit_refused(args):
+    """Tavio will not quit: the quit-failed screen and nothing changed; once
+    it has quit, "Try Again" runs the whole uninstall again and completes."""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        d = drive_module
+        before = footprint_state(sb)
+        driver = c.start(player_args=("--ignore-quit",))
+        confirm(driver)
+        driver.wait_for_title(d.WAITING, 60)
+        # The uninstaller waits 30 seconds for Tavio before it gives up.
+        failed = driver.wait_for_any([d.QUIT_FAILED, d.COMPLETED, d.INCOMPLETE], 120)
+        check(failed.title == d.QUIT_FAILED, "expected the quit-failed screen:\n" + failed.dump())
+        check(failed.detail(d.QUIT_FAILED).startswith("Nothing was deleted."),
+              "quit-failed text: %r" % failed.detail(d.QUIT_FAILED))
+        changes = footprint_difference(before, footprint_state(sb))
+        check(not changes, "something changed although Tavio did not quit:\n" +
+              "\n".join(changes))
+        players = c.player_pids()
+        check(players, "the Tavio player is gone although it ignores quit requests")
+        for pid in players:
+            os.kill(pid, signal.SIGKILL)
+        wait_until(lambda: not c.player_pids(), 30, "the Tavio player to end")
+        driver.press("Try Again")
+        done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 120)
+        check(done.title == d.COMPLETED, "the second run did not complete:\n" + done.dump())
+        check(not sb.remaining_planted(), "left: %s" % sb.remaining_planted())
+        passed, output = sb.check_canaries()
+        check(passed, "canaries: " + output)
+    finally:
+        c.close()
+
+
+def lock_one_file(sb):
+    """Makes one file of the cache undeletable (the immutable attribute: not
+    even root may unlink it) and returns its path."""
+    cache = os.path.join(sb.home, "Library/Caches/io.tavio.Tavio")
+    for folder, dirs, files in sorted(os.walk(cache)):
+        dirs.sort()
+        for name in sorted(files):
+            path = os.path.join(folder, name)
+            if os.path.isfile(path) and not os.path.islink(path):
+                result = subprocess.run(["chattr", "+i", path], capture_output=True, text=True)
+                if result.returncode != 0:
+                    raise Skip("cannot make a file immutable here: " + result.stderr.strip())
+                sb.locked.append(path)
+                return path
+    raise AssertionError("no file in the cache to lock")
+
+
+def case_permission_denied(args):
+    """A file the user may not delete: the incomplete screen lists it with
+    “Permission denied”, “Copy Paths” puts exactly the remaining paths on the
+    clipboard, and “Try Again” leads back to the review."""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        d = drive_module
+        locked = lock_one_file(sb)
+        driver = c.start(player=False)
+        confirm(driver)
+        done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 120)
+        check(done.title == d.INCOMPLETE, "expected an incomplete run:\n" + done.dump())
+        rows = [(title, description) for title, description in done.items()]
+        shown = [desc.rsplit(", ", 1)[0] for _, desc in rows]
+        reasons = [desc.rsplit(", ", 1)[1] if ", " in desc else "" for _, desc in rows]
+        inside_locked = sb.inside(locked)
+        check(inside_locked in shown, "the locked file %s is not listed:\n%s"
+              % (inside_locked, done.dump()))
+        row = shown.index(inside_locked)
+        check(reasons[row] == "Permission denied", "reason for the locked file: %r"
+              % reasons[row])
+        check(rows[row][0] == os.path.basename(locked), "row title: %r" % rows[row][0])
+        for path in shown:
+            check(os.path.lexists(sb.outside(path)), "listed but gone: " + path)
+        driver.press("Copy Paths")
+        clipboard = wait_until(lambda: sb.clipboard(), 30, "text on the clipboard")
+        check(clipboard.rstrip("\n").split("\n") == shown,
+              "clipboard %r, remaining paths %r" % (clipboard, shown))
+        driver.press("Try Again")
+        review = driver.wait_for_title(d.REVIEW, 60)
+        check(review.button("Uninstall…") is not None, "no Uninstall… on the review")
+        passed, output = sb.check_canaries()
+        check(passed, "canaries: " + output)
+    finally:
+        c.close()
+
+
+def case_tampered_app(args):
+    """A changed byte in the app's executable: the review shows the copy
+    skipped with its reason, and the copy is still there afterwards."""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        d = drive_module
+        executable = sb.app_executable()
+        with open(executable, "r+b") as f:
+            f.seek(100)
+            byte = f.read(1)
+            f.seek(100)
+            f.write(bytes([byte[0] ^ 0xFF]))
+        driver = c.start(player=False)
+        review = driver.wait_for_title(d.REVIEW, 90)
+        app_rows = [desc for title, desc in review.items() if title == "Tavio app"]
+        check(app_rows and "/Applications/Tavio.app" in app_rows[0] and
+              "Skipped: not a verified Tavio app (the code signature is not valid)"
+              in app_rows[0], "the app row: %r" % app_rows)
+        check("Found" not in app_rows[0].split(", "), "a skipped copy is shown as found")
+        confirm(driver)
+        done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 120)
+        check(os.path.isdir(sb.app_bundle()), "the tampered copy was removed")
+        left = [p for p in sb.remaining_planted() if p != sb.app_bundle()]
+        check(not left, "other items left: %s\n%s" % (left, done.dump()))
+        passed, output = sb.check_canaries()
+        check(passed, "canaries: " + output)
+    finally:
+        c.close()
+
+
+def add_bulk(sb, count):
+    """Many small files in the cache, so that removal lasts long enough to be
+    watched."""
+    root = os.path.join(sb.home, "Library/Caches/io.tavio.Tavio/bulk")
+    per_folder = 500
+    for i in range(0, count, per_folder):
+        folder = os.path.join(root, "%03d" % (i // per_folder))
+        os.makedirs(folder)
+        for j in range(min(per_folder, count - i)):
+            os.close(os.open(os.path.join(folder, "%03d" % j), os.O_CREAT | os.O_WRONLY, 0o644))
+    return root
+
+
+BULK = 5000
+
+
+def case_removal_refuses_close(args):
+    """While items are being removed the window cannot be closed."""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        d = drive_module
+        bulk = add_bulk(sb, BULK)
+        driver = c.start(player=False)
+        # With Tavio not running, removal begins as soon as "Uninstall" has
+        # been pressed, and the press returns once the model has started it.
+        confirm(driver)
+        asked = drive_module.close_window(sb.display)
+        check(asked >= 1, "no window to close")
+        check(os.path.isdir(bulk), "removal ended before the window was asked to close; "
+              "the test needs a larger cache")
+        shown = driver.wait_for_any([d.REMOVING, d.COMPLETED, d.INCOMPLETE], 60)
+        check(shown.title != d.REVIEW, "the run had not started")
+        done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 180)
+        check(done.title == d.COMPLETED, "the run did not complete:\n" + done.dump())
+        time.sleep(1)
+        check(sb.program_process.poll() is None, "the window closed during removal")
+        check(not sb.remaining_planted(), "left: %s" % sb.remaining_planted())
+        driver.press("Quit")
+        check(sb.wait_program(30) == 0, "no clean exit after Quit")
+    finally:
+        c.close()
+
+
+def case_removal_defers_sigterm(args):
+    """SIGTERM during removal is honoured only once the run has finished."""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        bulk = add_bulk(sb, BULK)
+        driver = c.start(player=False)
+        pid = c.program_pid()
+        confirm(driver)
+        os.kill(pid, signal.SIGTERM)
+        signalled = time.monotonic()
+        check(os.path.isdir(bulk), "removal ended before the signal; the test needs a "
+              "larger cache")
+        status = sb.wait_program(180)
+        check(status is not None, "the program did not end after the run")
+        print("the program ended %.1f s after the signal, with status %s"
+              % (time.monotonic() - signalled, status))
+        check(not sb.remaining_planted(),
+              "the program ended before the run had finished; left: %s" % sb.remaining_planted())
+        passed, output = sb.check_canaries()
+        check(passed, "canaries: " + output)
+    finally:
+        c.close()
+
+
+def case_waiting_allows_quit(args):
+    """While the uninstaller waits for Tavio nothing has been deleted, and
+    closing the window quits."""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        d = drive_module
+        before = footprint_state(sb)
+        driver = c.start(player_args=("--ignore-quit",))
+        confirm(driver)
+        driver.wait_for_title(d.WAITING, 60)
+        check(drive_module.close_window(sb.display) >= 1, "no window to close")
+        status = sb.wait_program(30)
+        check(status is not None, "the program did not quit while waiting for Tavio")
+        changes = footprint_difference(before, footprint_state(sb))
+        check(not changes, "something changed:\n" + "\n".join(changes))
+    finally:
+        c.close()
+
+
+def case_empty_home(args):
+    """Nothing of Tavio anywhere: “Tavio Isn’t Installed”."""
+    c = Case(args, plant=False)
+    try:
+        d = drive_module
+        driver = c.start(player=False)
+        screen = driver.wait_for_title(d.NOTHING, 90)
+        expected = ("No Tavio app or app data was found for “%s”. Nothing was changed."
+                    % user_name())
+        check(screen.detail(d.NOTHING) == expected, "text: %r" % screen.detail(d.NOTHING))
+        driver.press("Quit")
+        check(c.sandbox.wait_program(30) == 0, "no clean exit after Quit")
+    finally:
+        c.close()
+
+
+def case_temporary_copy(args):
+    """A copy of the uninstaller that runs from its own folder directly in
+    the temporary folder deletes that folder when it quits."""
+    c = Case(args, plant=False)
+    try:
+        sb = c.sandbox
+        d = drive_module
+        folder = os.path.join(sb.tmp, "io.tavio.Tavio.uninstaller-e2e")
+        bundle = os.path.join(args.build, sandbox_module.BUNDLE_RELATIVE)
+        os.makedirs(folder)
+        subprocess.run(["cp", "-a", bundle, folder], check=True)
+        inside = "/tmp/io.tavio.Tavio.uninstaller-e2e/" + os.path.basename(bundle) + \
+            "/Contents/MacOS/" + os.path.basename(sb.program)
+        driver = c.start(player=False, program=inside)
+        driver.wait_for_title(d.NOTHING, 90)
+        check(os.path.isdir(folder), "the copy's folder went before the program quit")
+        driver.press("Quit")
+        check(sb.wait_program(30) == 0, "no clean exit after Quit")
+        check(not os.path.lexists(folder), "the temporary copy is still there: " + folder)
+    finally:
+        c.close()
+
+
 CASES = {
     "full_road": case_full_road,
+    "quit_refused": case_quit_refused,
+    "permission_denied": case_permission_denied,
+    "tampered_app": case_tampered_app,
+    "removal_refuses_close": case_removal_refuses_close,
+    "removal_defers_sigterm": case_removal_defers_sigterm,
+    "waiting_allows_quit": case_waiting_allows_quit,
+    "empty_home": case_empty_home,
+    "temporary_copy": case_temporary_copy,
 }
 
 
