@@ -28,6 +28,26 @@ PROGRAM_RELATIVE = "src/app/Uninstall Tavio.app/Contents/MacOS/Uninstall Tavio"
 BUNDLE_RELATIVE = "src/app/Uninstall Tavio.app"
 
 
+# The private session bus when the program runs as another user: like the
+# standard session bus, but root may connect too.
+SESSION_CONFIG = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>session</type>
+  <keep_umask/>
+  <listen>unix:tmpdir=/tmp</listen>
+  <auth>EXTERNAL</auth>
+  <standard_session_servicedirs/>
+  <policy context="default">
+    <allow user="root"/>
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+</busconfig>
+"""
+
+
 class SandboxError(RuntimeError):
     pass
 
@@ -89,6 +109,7 @@ class Sandbox:
         for folder in (self.runtime, self.tmp):
             os.makedirs(folder, mode=0o700, exist_ok=True)
         self.inside_home = real_home()
+        self.user = None  # a user database entry when the program runs as another user
         self.display = None       # a virtual display of our own
         self.host_display = None  # or the person's own display
         self.host_binds = []
@@ -115,6 +136,22 @@ class Sandbox:
         self.planted = [line[len("planted: "):] for line in out.splitlines()
                         if line.startswith("planted: ")]
         return out
+
+    def run_as(self, uid):
+        """Runs the program, its Tavio player and the session bus as another
+        (unprivileged) user, whose home (as the user database names it) the
+        sandbox home replaces. Call before starting anything."""
+        self.user = pwd.getpwuid(uid)
+        self.inside_home = self.user.pw_dir
+        for folder in (self.runtime, self.tmp):
+            os.chown(folder, self.user.pw_uid, self.user.pw_gid)
+
+    def hand_over(self):
+        """Gives the planted home and applications folder to that user."""
+        for root in (self.home, self.applications):
+            for folder, dirs, files in os.walk(root):
+                for name in [folder] + [os.path.join(folder, n) for n in dirs + files]:
+                    os.lchown(name, self.user.pw_uid, self.user.pw_gid)
 
     def app_bundle(self):
         return os.path.join(self.applications, "Tavio.app")
@@ -208,10 +245,20 @@ class Sandbox:
         find the accessibility bus through the session bus."""
         env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "HOME": self.scratch,
                "XDG_RUNTIME_DIR": self.runtime}
-        process = self._spawn(["dbus-daemon", "--session", "--nofork", "--nosyslog",
-                               "--address=unix:dir=" + self.runtime, "--print-address=1"],
-                              env=env, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                              stderr=subprocess.DEVNULL)
+        command = ["dbus-daemon", "--session", "--nofork", "--nosyslog",
+                   "--address=unix:dir=" + self.runtime, "--print-address=1"]
+        user = {}
+        if self.user:
+            # The program's user owns the buses; root (the driver) may connect.
+            config = os.path.join(self.runtime, "session.conf")
+            with open(config, "w") as out:
+                out.write(SESSION_CONFIG)
+            os.chmod(config, 0o644)
+            command[1] = "--config-file=" + config
+            env["HOME"] = self.runtime
+            user = {"user": self.user.pw_uid, "group": self.user.pw_gid, "extra_groups": []}
+        process = self._spawn(command, env=env, stdin=subprocess.DEVNULL,
+                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, **user)
         self.bus_address = _read_line(process.stdout, timeout, "the D-Bus session to start")
         return self.bus_address
 
@@ -230,6 +277,15 @@ class Sandbox:
         and as /Applications, fresh /dev, /proc (own pid namespace) and /tmp."""
         command = ["bwrap", "--die-with-parent", "--unshare-pid", "--unshare-ipc",
                    "--new-session"]
+        if self.runtime.startswith("/tmp/"):
+            # The runtime folder's mount point lies in the sandbox's /tmp; made
+            # here so that every user may pass through it (bubblewrap would
+            # make it for root alone).
+            point = self.tmp
+            for part in self.runtime[len("/tmp/"):].split("/"):
+                point = os.path.join(point, part)
+                os.makedirs(point, exist_ok=True)
+                os.chmod(point, 0o755)
         special = {"dev", "proc", "tmp", "Applications", "sys"}
         for name in sorted(os.listdir("/")):
             path = "/" + name
@@ -262,6 +318,8 @@ class Sandbox:
                      "LC_ALL"):
             if name in os.environ:
                 env[name] = os.environ[name]
+        if self.user:
+            env["USER"] = env["LOGNAME"] = self.user.pw_name
         if self.display or self.host_display:
             env["DISPLAY"] = self.display or self.host_display
         if getattr(self, "host_xauthority", None):
@@ -289,7 +347,11 @@ class Sandbox:
                        'rm -f /tmp/.player-ready\n' % " ".join(player_args))
         script += 'exec "$2"\n'
         command = self.bwrap_command(extra_binds)
-        command += ["--chdir", "/", "/bin/sh", "-c", script, "sh",
+        command += ["--chdir", "/"]
+        if self.user:
+            command += ["setpriv", "--reuid=%d" % self.user.pw_uid,
+                        "--regid=%d" % self.user.pw_gid, "--clear-groups", "--"]
+        command += ["/bin/sh", "-c", script, "sh",
                     "/Applications/Tavio.app/Contents/MacOS/Tavio", program]
         self.program_process = self._spawn(
             command, env=self.program_environment(), stdin=subprocess.DEVNULL,

@@ -17,6 +17,7 @@ import time
 import traceback
 
 SKIP = 77
+NOBODY = 65534
 
 
 class Skip(Exception):
@@ -271,6 +272,49 @@ def case_permission_denied(args):
         c.close()
 
 
+def case_permission_denied_as_user(args):
+    """The same as an unprivileged user: the program, its player and its
+    buses run as “nobody”, whose home the sandbox replaces, and one folder of
+    the cache belongs to root."""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        d = drive_module
+        sb.run_as(NOBODY)
+        folder = os.path.join(sb.home, "Library/Caches/io.tavio.Tavio/Locked")
+        os.makedirs(folder)
+        locked = os.path.join(folder, "keep.bin")
+        with open(locked, "wb") as out:
+            out.write(b"not yours\n")
+        sb.hand_over()
+        os.chown(folder, 0, 0)
+        os.chown(locked, 0, 0)
+        driver = c.start(player_args=("--quit-delay-ms", "200"))
+        review = driver.wait_for_title(d.REVIEW, 90)
+        name = sb.user.pw_name
+        check("“%s”" % name in (review.detail(d.REVIEW) or ""),
+              "the review does not name %s: %r" % (name, review.detail(d.REVIEW)))
+        confirm(driver)
+        done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 120)
+        check(done.title == d.INCOMPLETE, "expected an incomplete run:\n" + done.dump())
+        shown = [desc.rsplit(", ", 1)[0] for _, desc in done.items()]
+        reasons = dict(zip(shown, [desc.rsplit(", ", 1)[-1] for _, desc in done.items()]))
+        check(reasons.get(sb.inside(locked)) == "Permission denied",
+              "the root-owned file is not listed with “Permission denied”:\n" + done.dump())
+        for path in shown:
+            check(os.path.lexists(sb.outside(path)), "listed but gone: " + path)
+        driver.press("Copy Paths")
+        clipboard = wait_until(lambda: sb.clipboard(), 30, "text on the clipboard")
+        check(clipboard.rstrip("\n").split("\n") == shown,
+              "clipboard %r, remaining paths %r" % (clipboard, shown))
+        driver.press("Try Again")
+        driver.wait_for_title(d.REVIEW, 60)
+        passed, output = sb.check_canaries()
+        check(passed, "canaries: " + output)
+    finally:
+        c.close()
+
+
 def case_tampered_app(args):
     """A changed byte in the app's executable: the review shows the copy
     skipped with its reason, and the copy is still there afterwards."""
@@ -434,6 +478,7 @@ CASES = {
     "full_road": case_full_road,
     "quit_refused": case_quit_refused,
     "permission_denied": case_permission_denied,
+    "permission_denied_as_user": case_permission_denied_as_user,
     "tampered_app": case_tampered_app,
     "removal_refuses_close": case_removal_refuses_close,
     "removal_defers_sigterm": case_removal_defers_sigterm,
