@@ -66,6 +66,9 @@ def run_headless(sb, screenshots):
     os.environ.update(sb.client_environment())
     import drive
     os.makedirs(screenshots, exist_ok=True)
+    for name in os.listdir(screenshots):  # the previous run's pictures
+        if len(name) > 3 and name[:2].isdigit() and name[2] == "-" and name.endswith(".png"):
+            os.remove(os.path.join(screenshots, name))
     process = sb.start_program(player_args=("--quit-delay-ms", "1500"),
                                stdout=open(os.path.join(sb.scratch, "program.output"), "wb"),
                                stderr=subprocess.STDOUT)
@@ -150,7 +153,8 @@ def main():
     try:
         say(SAFETY % sb.inside_home)
         say("demo: sandbox in %s" % sb.root)
-        sb.plant()
+        # Enough cache files that the removing screen stays up for a moment.
+        sb.plant(cache_files=3000, app_size_mb=8)
         say("demo: planted a Tavio footprint (%d locations), canaries and a sealed "
             "/Applications/Tavio.app" % len(sb.planted))
         if os.environ.get("DISPLAY") and not args.headless:
