@@ -504,7 +504,7 @@ def main():
         print("SKIP: no AT-SPI bindings for /usr/bin/python3 (%s)" % error)
         return SKIP
     drive_module = imported_drive
-    for tool in ("bwrap", "Xvfb", "dbus-daemon", "xclip", "xwd"):
+    for tool in ("bwrap", "Xvfb", "dbus-daemon", "xclip", "setpriv", "chattr"):
         if subprocess.run(["sh", "-c", "command -v " + tool], capture_output=True).returncode:
             print("SKIP: %s is not installed (scripts/setup.sh installs it)" % tool)
             return SKIP
