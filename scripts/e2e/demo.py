@@ -46,7 +46,11 @@ def summary(sb):
 
 
 def run_with_display(sb):
-    sb.use_host_display(os.environ["DISPLAY"], os.environ.get("XAUTHORITY"))
+    # The home folder is replaced inside, so the X authority file is handed
+    # over explicitly (a copy of $XAUTHORITY, or of ~/.Xauthority).
+    xauthority = os.environ.get("XAUTHORITY") or os.path.join(
+        os.path.expanduser("~"), ".Xauthority")
+    sb.use_host_display(os.environ["DISPLAY"], xauthority)
     sb.start_bus()
     process = sb.start_program(player_args=("--quit-delay-ms", "1500"))
     say("demo: the window is open on %s; close it or choose Quit when you are done"
