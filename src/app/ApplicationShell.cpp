@@ -3,20 +3,17 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QGuiApplication>
-#include <QLocale>
 #include <QQmlApplicationEngine>
 #include <QQuickStyle>
 #include <QQuickWindow>
 #include <QTranslator>
 #include <QUrl>
-#include <string>
-#include <string_view>
 
 #include "app/SystemServices.h"
 #include "app/TemporaryCopy.h"
 #include "app/TerminationGuard.h"
+#include "app/Translations.h"
 #include "app/UninstallerModel.h"
-#include "removal/Text.h"
 #include "target/UninstallContext.h"
 
 namespace app {
@@ -37,24 +34,6 @@ void keepNoState() {
     }
 }
 
-// The core's sentences (reasons, skip texts) are its English source texts;
-// they are translated like every other text of the window.
-void installTextLookup() {
-    removal::setTextLookup([](std::string_view english) {
-        const std::string key(english);
-        return QCoreApplication::translate("Core", key.c_str()).toStdString();
-    });
-}
-
-// Translations are compiled in; without one for the user's language the
-// English texts stand.
-void installTranslations(QTranslator& translator) {
-    if (translator.load(QLocale(), QStringLiteral("UninstallTavio"), QStringLiteral("_"),
-                        QStringLiteral(":/i18n"))) {
-        QCoreApplication::installTranslator(&translator);
-    }
-}
-
 QQuickWindow* loadWindow(QQmlApplicationEngine& qml, UninstallerModel& model) {
     qml.addImportPath(QStringLiteral("qrc:/qt/qml"));
     qml.setInitialProperties({{QStringLiteral("model"), QVariant::fromValue(&model)}});
@@ -70,9 +49,11 @@ QQuickWindow* loadWindow(QQmlApplicationEngine& qml, UninstallerModel& model) {
 // Everything that lives while the window is up, torn down in reverse order
 // (the window before the guard, the guard before the model) when it returns.
 int runWindow(QGuiApplication& application) {
+    // The core's sentences are translated like every other text of the
+    // window; without a translation for the user's language English stands.
     QTranslator translator;
-    installTranslations(translator);
-    installTextLookup();
+    (void)installTranslations(translator);
+    installCoreTextLookup();
     QQuickStyle::setStyle(QStringLiteral("Fusion"));
 
     const target::UninstallContext context = target::UninstallContext::current();

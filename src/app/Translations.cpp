@@ -1,0 +1,57 @@
+#include "app/Translations.h"
+
+#include <QCoreApplication>
+#include <QLocale>
+#include <QTranslator>
+#include <string>
+#include <string_view>
+
+#include "removal/Text.h"
+
+namespace app {
+namespace {
+
+// Kept equal to what the core produces by a test that asks the core for
+// every reason and every verification problem.
+constexpr const char* kCoreTexts[] = {
+    // Removal reasons.
+    QT_TRANSLATE_NOOP("Core", "System error %d"),
+    QT_TRANSLATE_NOOP("Core", "Permission denied"),
+    QT_TRANSLATE_NOOP("Core", "A symbolic link in the path was refused"),
+    QT_TRANSLATE_NOOP("Core", "Not owned by this user"),
+    QT_TRANSLATE_NOOP("Core", "Another volume is mounted inside; it was not entered"),
+    QT_TRANSLATE_NOOP("Core", "Changed since it was checked"),
+    QT_TRANSLATE_NOOP("Core", "Folder nesting is too deep"),
+    QT_TRANSLATE_NOOP("Core", "Tavio is still running"),
+    QT_TRANSLATE_NOOP("Core", "It was created again after removal"),
+    QT_TRANSLATE_NOOP("Core", "A parent is not a folder"),
+    // App copies that were not verified.
+    QT_TRANSLATE_NOOP("Core", "Skipped: not a verified Tavio app"),
+    QT_TRANSLATE_NOOP("Core", "Not an app bundle"),
+    QT_TRANSLATE_NOOP("Core", "Skipped: not a verified Tavio app (the executable is missing)"),
+    QT_TRANSLATE_NOOP("Core",
+                      "Skipped: not a verified Tavio app (the code signature is not valid)"),
+};
+
+}  // namespace
+
+bool installTranslations(QTranslator& translator) {
+    if (!translator.load(QLocale::system(), QString::fromLatin1(kTranslationsName),
+                         QStringLiteral("_"), QString::fromLatin1(kTranslationsFolder))) {
+        return false;
+    }
+    return QCoreApplication::installTranslator(&translator);
+}
+
+void installCoreTextLookup() {
+    removal::setTextLookup([](std::string_view english) {
+        const std::string key(english);
+        return QCoreApplication::translate(kCoreContext, key.c_str()).toStdString();
+    });
+}
+
+std::span<const char* const> coreTexts() {
+    return kCoreTexts;
+}
+
+}  // namespace app

@@ -1,0 +1,297 @@
+#include <QtQml/qqmlextensionplugin.h>
+#include <unistd.h>
+
+#include <QFile>
+#include <QQmlApplicationEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QRegularExpression>
+#include <QTranslator>
+#include <QXmlStreamReader>
+#include <QtTest>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "FakeAdapters.h"
+#include "ModelFakes.h"
+#include "QtTestMain.h"
+#include "TempDir.h"
+#include "app/ApplicationShell.h"
+#include "app/Translations.h"
+#include "app/UninstallerModel.h"
+#include "removal/RemovalReason.h"
+#include "removal/Text.h"
+#include "target/AppVerificationProblem.h"
+
+Q_IMPORT_QML_PLUGIN(UninstallTavioPlugin)
+Q_IMPORT_QML_PLUGIN(UninstallTavioAppPlugin)
+
+using namespace std::chrono_literals;
+using removal::RemovalReason;
+using target::AppVerificationProblem;
+
+namespace {
+
+// Every removal reason, one per kind, in the order of the kinds.
+std::vector<RemovalReason> everyReason() {
+    std::vector<RemovalReason> reasons = {
+        RemovalReason::other("a ready-made sentence"),
+        RemovalReason::system(5),
+        RemovalReason::permissionDenied(),
+        RemovalReason::symbolicLinkInPath(),
+        RemovalReason::notOwnedByCurrentUser(),
+        RemovalReason::crossesVolume(),
+        RemovalReason::changedSinceVerification(),
+        RemovalReason::tooDeep(),
+        RemovalReason::applicationRunning(),
+        RemovalReason::reappeared(),
+        RemovalReason::notADirectory(),
+    };
+    return reasons;
+}
+
+// Every verification problem, one per kind, in the order of the kinds.
+std::vector<AppVerificationProblem> everyProblem() {
+    return {
+        AppVerificationProblem::identifierMismatch("org.example.Other"),
+        AppVerificationProblem::missingIdentifier(),
+        AppVerificationProblem::notAnAppBundle(),
+        AppVerificationProblem::missingExecutable(),
+        AppVerificationProblem::invalidSignature(),
+    };
+}
+
+struct Message {
+    QString context;
+    QString source;
+    QString translation;
+    QString type;
+};
+
+QList<Message> readCatalogue(const QString& path, QString* language) {
+    QList<Message> messages;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return messages;
+    }
+    QXmlStreamReader xml(&file);
+    QString context;
+    Message message;
+    while (!xml.atEnd()) {
+        xml.readNext();
+        if (!xml.isStartElement()) {
+            continue;
+        }
+        const auto name = xml.name();
+        if (name == QLatin1String("TS")) {
+            *language = xml.attributes().value(QLatin1String("language")).toString();
+        } else if (name == QLatin1String("name")) {
+            context = xml.readElementText();
+        } else if (name == QLatin1String("source")) {
+            message = Message{context, xml.readElementText(), {}, {}};
+        } else if (name == QLatin1String("translation")) {
+            message.type = xml.attributes().value(QLatin1String("type")).toString();
+            message.translation = xml.readElementText();
+            messages.append(message);
+        }
+    }
+    return messages;
+}
+
+QStringList placeholders(const QString& text) {
+    static const QRegularExpression placeholder(QStringLiteral("%(\\d|d)"));
+    QStringList found;
+    for (auto it = placeholder.globalMatch(text); it.hasNext();) {
+        found.append(it.next().captured());
+    }
+    found.sort();
+    return found;
+}
+
+// The texts of every visible item of the window.
+void collectTexts(QQuickItem* item, QStringList& texts) {
+    if (!item->isVisible()) {
+        return;
+    }
+    const QVariant text = item->property("text");
+    if (text.isValid() && !text.toString().isEmpty()) {
+        texts.append(text.toString());
+    }
+    for (QQuickItem* child : item->childItems()) {
+        collectTexts(child, texts);
+    }
+}
+
+}  // namespace
+
+// The translations as the program installs them. CTest runs this with a
+// German locale (LANG=de_DE.UTF-8, LANGUAGE=de).
+class TranslationTests : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void initTestCase();
+    void cleanupTestCase();
+
+    void theCoreTextListIsWhatTheCoreAsksFor();
+    void theGermanCatalogueIsComplete();
+    void theCoreSpeaksGerman();
+    void theWindowSpeaksGerman();
+
+  private:
+    QTranslator translator_;
+};
+
+void TranslationTests::initTestCase() {
+    QVERIFY2(app::installTranslations(translator_),
+             "no catalogue for the locale under :/i18n (is LANGUAGE=de set?)");
+    QCOMPARE(translator_.language(), QStringLiteral("de"));
+}
+
+void TranslationTests::cleanupTestCase() {
+    removal::setTextLookup({});
+    QCoreApplication::removeTranslator(&translator_);
+}
+
+void TranslationTests::theCoreTextListIsWhatTheCoreAsksFor() {
+    // The kinds are listed above in full: the last one closes each list.
+    QCOMPARE(everyReason().size(), std::size_t(RemovalReason::Kind::notADirectory) + 1);
+    QCOMPARE(everyProblem().size(),
+             std::size_t(AppVerificationProblem::Kind::invalidSignature) + 1);
+    for (std::size_t i = 0; i < everyReason().size(); ++i) {
+        QCOMPARE(std::size_t(everyReason()[i].kind()), i);
+    }
+    for (std::size_t i = 0; i < everyProblem().size(); ++i) {
+        QCOMPARE(std::size_t(everyProblem()[i].kind()), i);
+    }
+
+    std::set<std::string> asked;
+    removal::setTextLookup([&asked](std::string_view english) {
+        asked.emplace(english);
+        return std::string(english);
+    });
+    for (const RemovalReason& reason : everyReason()) {
+        (void)reason.explanation();
+    }
+    for (const AppVerificationProblem& problem : everyProblem()) {
+        (void)problem.explanation();
+    }
+    removal::setTextLookup({});
+
+    std::set<std::string> listed;
+    for (const char* text : app::coreTexts()) {
+        QVERIFY2(listed.emplace(text).second, text);
+    }
+    for (const std::string& text : asked) {
+        QVERIFY2(listed.contains(text), ("not listed for translation: " + text).c_str());
+    }
+    for (const std::string& text : listed) {
+        QVERIFY2(asked.contains(text), ("listed but never asked for: " + text).c_str());
+    }
+}
+
+void TranslationTests::theGermanCatalogueIsComplete() {
+    QString language;
+    const QList<Message> messages = readCatalogue(QStringLiteral(UT_GERMAN_CATALOGUE), &language);
+    QCOMPARE(language, QStringLiteral("de"));
+    QVERIFY(messages.size() > 40);
+    std::set<QString> core;
+    for (const Message& message : messages) {
+        const QString where = message.context + QStringLiteral(": ") + message.source;
+        QVERIFY2(message.type.isEmpty(), qPrintable(message.type + QStringLiteral(" ") + where));
+        QVERIFY2(!message.translation.isEmpty(), qPrintable(where));
+        QVERIFY2(placeholders(message.translation) == placeholders(message.source),
+                 qPrintable(where));
+        // German typography: no straight quotes, no three-dot ellipsis.
+        QVERIFY2(!message.translation.contains(QLatin1Char('"')), qPrintable(where));
+        QVERIFY2(!message.translation.contains(QLatin1String("...")), qPrintable(where));
+        QVERIFY2(!message.translation.contains(QChar(0x201C)) ||
+                     message.translation.contains(QChar(0x201E)),
+                 qPrintable(where));
+        if (message.context == QLatin1String("Core")) {
+            core.insert(message.source);
+        }
+    }
+    for (const char* text : app::coreTexts()) {
+        QVERIFY2(core.contains(QString::fromUtf8(text)), text);
+    }
+}
+
+void TranslationTests::theCoreSpeaksGerman() {
+    app::installCoreTextLookup();
+    QCOMPARE(QString::fromStdString(RemovalReason::permissionDenied().explanation()),
+             QStringLiteral("Zugriff verweigert"));
+    QCOMPARE(QString::fromStdString(RemovalReason::system(-1).explanation()),
+             QStringLiteral("Systemfehler -1"));
+    QCOMPARE(QString::fromStdString(RemovalReason::other("as it is").explanation()),
+             QStringLiteral("as it is"));
+    removal::setTextLookup({});
+    QCOMPARE(QString::fromStdString(RemovalReason::permissionDenied().explanation()),
+             QStringLiteral("Permission denied"));
+}
+
+// The real window over the real model, with an app copy that failed its
+// check: the review screen, its buttons and the skip reason are German.
+void TranslationTests::theWindowSpeaksGerman() {
+    app::installCoreTextLookup();
+    testsupport::TempDir temp;
+    testsupport::makeDirectories(temp / "home/Library/Caches/io.tavio.Tavio");
+    testsupport::makeDirectories(temp / "Applications/Tavio.app");
+    auto verifier = std::make_shared<testsupport::FakeVerifier>();
+    verifier->refuse(temp / "Applications/Tavio.app", AppVerificationProblem::invalidSignature());
+    target::UninstallContext context =
+        target::UninstallContext::make(::getuid(), {temp / "home", "alice"}, "io.tavio.Tavio");
+    context.applicationDirectories = {temp / "Applications"};
+    engine::UninstallEngine engine{context,
+                                   std::make_shared<apptest::ControlledProcesses>(),
+                                   std::make_shared<testsupport::FakePreferences>(),
+                                   verifier,
+                                   10s,
+                                   10ms};
+    app::UninstallerModel model(std::move(engine), std::make_shared<apptest::RecordingActions>());
+    QCOMPARE(model.phase(), QStringLiteral("review"));
+
+    QStringList texts;
+    {
+        QQmlApplicationEngine qml;
+        qml.addImportPath(QStringLiteral("qrc:/qt/qml"));
+        qml.setInitialProperties({{QStringLiteral("model"), QVariant::fromValue(&model)}});
+        qml.load(QUrl(QString::fromLatin1(app::kMainQmlUrl)));
+        QVERIFY(!qml.rootObjects().isEmpty());
+        auto* window = qobject_cast<QQuickWindow*>(qml.rootObjects().first());
+        QVERIFY(window);
+        QVERIFY(QTest::qWaitForWindowExposed(window));
+        QCOMPARE(window->title(), QStringLiteral("Tavio deinstallieren"));
+        collectTexts(window->contentItem(), texts);
+    }
+    removal::setTextLookup({});
+
+    const QString all = texts.join(QLatin1Char('\n'));
+    for (const QString& expected : {
+             QStringLiteral("Tavio deinstallieren?"),
+             QStringLiteral("Dadurch werden Tavio und seine Daten für den Benutzer „alice“ "
+                            "endgültig entfernt."),
+             QStringLiteral("Wird entfernt"),
+             QStringLiteral("Bleibt auf Ihrem Mac"),
+             QStringLiteral("Einstellungen"),
+             QStringLiteral("Tavio-App"),
+             QStringLiteral(
+                 "Übersprungen: keine geprüfte Tavio-App (die Codesignatur ist ungültig)"),
+             QStringLiteral("Abbrechen"),
+             QString::fromUtf8("Deinstallieren\u00a0…"),
+         }) {
+        QVERIFY2(all.contains(expected),
+                 qPrintable(expected + QStringLiteral("\nnot in:\n") + all));
+    }
+    for (const QString& english : {QStringLiteral("Uninstall Tavio?"), QStringLiteral("Cancel"),
+                                   QStringLiteral("Will be removed"), QStringLiteral("Skipped")}) {
+        QVERIFY2(!all.contains(english), qPrintable(english));
+    }
+}
+
+int main(int argc, char** argv) {
+    return apptest::runTests<TranslationTests>(argc, argv);
+}
+
+#include "TranslationTests.moc"
