@@ -18,6 +18,8 @@ packages=(
   bubblewrap util-linux strace procps
   # screenshots of the virtual display (xwd, netpbm) and its clipboard (xclip)
   x11-apps netpbm xclip
+  # the Debian package (cpack: dpkg-shlibdeps and file)
+  dpkg-dev file
 )
 
 missing=()
