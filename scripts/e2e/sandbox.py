@@ -272,20 +272,24 @@ class Sandbox:
             env["DBUS_SESSION_BUS_ADDRESS"] = self.bus_address
         return env
 
+    def _mount_point_in_tmp(self, path):
+        """A mount point for `path` when it lies in the sandbox's /tmp, made
+        here so that every user may pass through it (bubblewrap would make
+        it for root alone)."""
+        if not path.startswith("/tmp/"):
+            return
+        point = self.tmp
+        for part in path[len("/tmp/"):].split("/"):
+            point = os.path.join(point, part)
+            os.makedirs(point, exist_ok=True)
+            os.chmod(point, 0o755)
+
     def bwrap_command(self, extra_binds=()):
         """bubblewrap: the system read-only, the sandbox over the real home
         and as /Applications, fresh /dev, /proc (own pid namespace) and /tmp."""
         command = ["bwrap", "--die-with-parent", "--unshare-pid", "--unshare-ipc",
                    "--new-session"]
-        if self.runtime.startswith("/tmp/"):
-            # The runtime folder's mount point lies in the sandbox's /tmp; made
-            # here so that every user may pass through it (bubblewrap would
-            # make it for root alone).
-            point = self.tmp
-            for part in self.runtime[len("/tmp/"):].split("/"):
-                point = os.path.join(point, part)
-                os.makedirs(point, exist_ok=True)
-                os.chmod(point, 0o755)
+        self._mount_point_in_tmp(self.runtime)
         special = {"dev", "proc", "tmp", "Applications", "sys"}
         for name in sorted(os.listdir("/")):
             path = "/" + name
@@ -347,6 +351,13 @@ class Sandbox:
                        'rm -f /tmp/.player-ready\n' % " ".join(player_args))
         script += 'exec "$2"\n'
         command = self.bwrap_command(extra_binds)
+        # A build folder in /tmp or in the home folder would be hidden by the
+        # sandbox's own: the program's bundle is then shown read-only at its path.
+        if program == self.program and (program.startswith("/tmp/") or
+                                        program.startswith(self.inside_home + "/")):
+            bundle = os.path.dirname(os.path.dirname(os.path.dirname(program)))
+            self._mount_point_in_tmp(bundle)
+            command += ["--ro-bind", bundle, bundle]
         command += ["--chdir", "/"]
         if self.user:
             command += ["setpriv", "--reuid=%d" % self.user.pw_uid,

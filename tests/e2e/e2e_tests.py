@@ -172,8 +172,9 @@ def case_full_road(args):
 
 
 def footprint_state(sb):
-    """The footprint and the canaries as they are: home and applications."""
-    return {"home": tree_state(sb.home), "applications": tree_state(sb.applications)}
+    """The footprint as it is: the home's Library and the applications folder."""
+    return {"Library": tree_state(os.path.join(sb.home, "Library")),
+            "applications": tree_state(sb.applications)}
 
 
 def footprint_difference(before, after):
