@@ -11,6 +11,7 @@
 #include "platform/linux/BundleSeal.h"
 #include "platform/linux/BundleWalk.h"
 #include "platform/linux/FileDigest.h"
+#include "platform/linux/WriteAll.h"
 #include "removal/UniqueFd.h"
 
 namespace platform {
@@ -59,21 +60,6 @@ std::optional<plist_t> listContents(int contentsFD) {
         return std::nullopt;
     }
     return files;
-}
-
-bool writeAll(int fd, const std::string& bytes) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            return false;
-        }
-        done += static_cast<std::size_t>(n);
-    }
-    return true;
 }
 
 // Writes the seal beside the old one, then renames it into place.

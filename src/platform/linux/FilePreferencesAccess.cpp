@@ -11,6 +11,7 @@
 #include <utility>
 #include <variant>
 
+#include "platform/linux/WriteAll.h"
 #include "removal/Trap.h"
 #include "removal/UniqueFd.h"
 #include "target/PropertyList.h"
@@ -64,21 +65,6 @@ bool stillThere(const StoredFile& file) {
     struct stat now {};
     return ::fstatat(file.folder.get(), file.name.c_str(), &now, AT_SYMLINK_NOFOLLOW) == 0 &&
            isSameFile(now, file.status);
-}
-
-bool writeAll(int fd, const std::string& bytes) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            return false;
-        }
-        done += static_cast<std::size_t>(n);
-    }
-    return true;
 }
 
 // A new, empty file beside the one it will replace, under a name nobody else
