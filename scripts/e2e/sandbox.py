@@ -57,16 +57,6 @@ def real_home():
     return pwd.getpwuid(os.getuid()).pw_dir
 
 
-def _wait_for(predicate, timeout, what):
-    deadline = time.monotonic() + timeout
-    while time.monotonic() < deadline:
-        value = predicate()
-        if value:
-            return value
-        time.sleep(0.05)
-    raise SandboxError("timed out after %.0f s waiting for %s" % (timeout, what))
-
-
 def _read_line(stream, timeout, what):
     """One line from a pipe, within the deadline."""
     deadline = time.monotonic() + timeout
