@@ -34,16 +34,6 @@ void keepNoState() {
     }
 }
 
-// One small window gains nothing from a render thread, and Qt 6.4's threaded
-// loop on X11 with a software rasteriser can deadlock the GUI thread against
-// the render thread when the window goes away under load, which turned a
-// polite SIGTERM into a hang. Rendering on the GUI thread avoids that.
-void renderOnTheGuiThread() {
-    if (qEnvironmentVariableIsEmpty("QSG_RENDER_LOOP")) {
-        qputenv("QSG_RENDER_LOOP", "basic");
-    }
-}
-
 QQuickWindow* loadWindow(QQmlApplicationEngine& qml, UninstallerModel& model) {
     qml.addImportPath(QStringLiteral("qrc:/qt/qml"));
     qml.setInitialProperties({{QStringLiteral("model"), QVariant::fromValue(&model)}});
@@ -83,7 +73,6 @@ int runWindow(QGuiApplication& application) {
 
 int runApplication(int& argc, char** argv) {
     keepNoState();
-    renderOnTheGuiThread();
     QString bundlePath;
     int code = 0;
     {
