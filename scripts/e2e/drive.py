@@ -294,15 +294,26 @@ def _x11():
     lib.XSendEvent.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_int, ctypes.c_long,
                                ctypes.POINTER(_XEvent)]
     lib.XFlush.argtypes = [ctypes.c_void_p]
+    lib.XGetWindowAttributes.argtypes = [ctypes.c_void_p, ctypes.c_ulong,
+                                         ctypes.POINTER(_XWindowAttributes)]
+    lib.XSelectInput.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_long]
+    lib.XPending.argtypes = [ctypes.c_void_p]
+    lib.XNextEvent.argtypes = [ctypes.c_void_p, ctypes.POINTER(_XEvent)]
     lib.XFree.argtypes = [ctypes.c_void_p]
     lib.XCloseDisplay.argtypes = [ctypes.c_void_p]
     return lib
 
 
-def close_window(display_name, title=APP_NAME):
+def close_window(display_name, title=APP_NAME, handled=True, timeout=30):
     """Sends WM_DELETE_WINDOW to every top-level window called `title`, as a
-    window manager does when its close button is clicked. Returns how many
-    windows were asked."""
+    window manager does when its close button is clicked, and returns how many
+    windows were asked; with `handled`, only once each has read the request
+    (a window that accepts it may be gone before it can say so).
+
+    Read means: a _NET_WM_PING sent right behind the close request has come
+    back. A client reads its window events in order, so the answer to the ping
+    proves that the close request has been read too; without it a test could
+    not tell a refused close from one still waiting in a queue."""
     x = _x11()
     display = x.XOpenDisplay(display_name.encode())
     if not display:
@@ -311,32 +322,93 @@ def close_window(display_name, title=APP_NAME):
         root = x.XDefaultRootWindow(display)
         protocols = x.XInternAtom(display, b"WM_PROTOCOLS", 0)
         delete = x.XInternAtom(display, b"WM_DELETE_WINDOW", 0)
+        ping = x.XInternAtom(display, b"_NET_WM_PING", 0)
+        # Answers to a ping are sent to the root window, to clients that
+        # listen for changes of it (toolkits differ on which mask they use).
+        x.XSelectInput(display, root, _STRUCTURE_NOTIFY_MASK | _SUBSTRUCTURE_NOTIFY_MASK)
         root_return = ctypes.c_ulong()
         parent_return = ctypes.c_ulong()
         children = ctypes.POINTER(ctypes.c_ulong)()
         count = ctypes.c_uint()
         x.XQueryTree(display, root, ctypes.byref(root_return), ctypes.byref(parent_return),
                      ctypes.byref(children), ctypes.byref(count))
-        asked = 0
+        asked = []
         for i in range(count.value):
             window = children[i]
             name = ctypes.c_char_p()
             if x.XFetchName(display, window, ctypes.byref(name)) and name.value is not None:
                 matches = name.value.decode(errors="replace") == title
                 x.XFree(name)
-                if matches:
-                    event = _XEvent()
-                    event.xclient.type = 33  # ClientMessage
-                    event.xclient.window = window
-                    event.xclient.message_type = protocols
-                    event.xclient.format = 32
-                    event.xclient.data[0] = delete
-                    event.xclient.data[1] = 0  # CurrentTime
-                    x.XSendEvent(display, window, 0, 0, ctypes.byref(event))
-                    asked += 1
+                # Toolkits keep unmapped helper windows of the same name.
+                if matches and _viewable(x, display, window):
+                    token = len(asked) + 1
+                    _send_protocol(x, display, window, protocols, delete, 0)
+                    if handled:
+                        _send_protocol(x, display, window, protocols, ping, token)
+                    asked.append(window)
         if children:
             x.XFree(children)
         x.XFlush(display)
-        return asked
+        if handled:
+            _await_pongs(x, display, root, protocols, ping, len(asked), timeout)
+        return len(asked)
     finally:
         x.XCloseDisplay(display)
+
+
+_STRUCTURE_NOTIFY_MASK = 1 << 17
+_SUBSTRUCTURE_NOTIFY_MASK = 1 << 19
+_CLIENT_MESSAGE = 33
+
+
+class _XWindowAttributes(ctypes.Structure):
+    _fields_ = [("x", ctypes.c_int), ("y", ctypes.c_int), ("width", ctypes.c_int),
+                ("height", ctypes.c_int), ("border_width", ctypes.c_int), ("depth", ctypes.c_int),
+                ("visual", ctypes.c_void_p), ("root", ctypes.c_ulong), ("class_", ctypes.c_int),
+                ("bit_gravity", ctypes.c_int), ("win_gravity", ctypes.c_int),
+                ("backing_store", ctypes.c_int), ("backing_planes", ctypes.c_ulong),
+                ("backing_pixel", ctypes.c_ulong), ("save_under", ctypes.c_int),
+                ("colormap", ctypes.c_ulong), ("map_installed", ctypes.c_int),
+                ("map_state", ctypes.c_int), ("all_event_masks", ctypes.c_long),
+                ("your_event_mask", ctypes.c_long), ("do_not_propagate_mask", ctypes.c_long),
+                ("override_redirect", ctypes.c_int), ("screen", ctypes.c_void_p)]
+
+
+_IS_VIEWABLE = 2
+
+
+def _viewable(x, display, window):
+    attributes = _XWindowAttributes()
+    return (x.XGetWindowAttributes(display, window, ctypes.byref(attributes))
+            and attributes.map_state == _IS_VIEWABLE)
+
+
+def _send_protocol(x, display, window, protocols, atom, token):
+    event = _XEvent()
+    event.xclient.type = _CLIENT_MESSAGE
+    event.xclient.window = window
+    event.xclient.message_type = protocols
+    event.xclient.format = 32
+    event.xclient.data[0] = atom
+    event.xclient.data[1] = token  # the time stamp; 0 is CurrentTime
+    event.xclient.data[2] = window
+    x.XSendEvent(display, window, 0, 0, ctypes.byref(event))
+
+
+def _await_pongs(x, display, root, protocols, ping, expected, timeout):
+    """Waits until `expected` answers to our pings have reached the root."""
+    deadline = time.monotonic() + timeout
+    answered = set()
+    event = _XEvent()
+    while len(answered) < expected:
+        while x.XPending(display):
+            x.XNextEvent(display, ctypes.byref(event))
+            client = event.xclient
+            if (client.type == _CLIENT_MESSAGE and client.window == root
+                    and client.message_type == protocols and client.data[0] == ping):
+                answered.add(client.data[1])
+        if len(answered) >= expected:
+            break
+        if time.monotonic() > deadline:
+            raise DriveError("the window did not answer a ping within %d s" % timeout)
+        time.sleep(0.01)

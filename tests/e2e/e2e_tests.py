@@ -9,8 +9,11 @@ here (no bubblewrap, no Xvfb, no AT-SPI bindings).
 """
 
 import argparse
+import ctypes
 import os
+import select
 import signal
+import struct
 import subprocess
 import sys
 import time
@@ -107,6 +110,72 @@ class Case:
     def close(self):
         self.output = self.stderr()
         self.sandbox.close()
+
+
+class OpenGate:
+    """Holds up whoever opens one folder until released, through fanotify's
+    permission events: the kernel makes the opener wait for our answer. A test
+    uses it to stop the removal at a known point, with no race against the
+    clock, while the rest of the program keeps running. Only opens that read
+    a folder are held; looking a path up (O_PATH, stat) is not."""
+
+    _FAN_CLASS_CONTENT = 0x4
+    _FAN_CLOEXEC = 0x1
+    _FAN_MARK_ADD = 0x1
+    _FAN_OPEN_PERM = 0x10000
+    _FAN_ONDIR = 0x40000000
+    _FAN_ALLOW = 0x1
+    _AT_FDCWD = -100
+    _EVENT = struct.Struct("IBBHQii")
+    _RESPONSE = struct.Struct("iI")
+
+    def __init__(self, folder):
+        libc = ctypes.CDLL(None, use_errno=True)
+        libc.fanotify_init.argtypes = [ctypes.c_uint, ctypes.c_uint]
+        libc.fanotify_mark.argtypes = [ctypes.c_int, ctypes.c_uint, ctypes.c_uint64,
+                                       ctypes.c_int, ctypes.c_char_p]
+        self.fd = libc.fanotify_init(self._FAN_CLASS_CONTENT | self._FAN_CLOEXEC,
+                                     os.O_RDONLY | os.O_CLOEXEC)
+        if self.fd < 0:
+            raise Skip("fanotify permission events are not available here: "
+                       + os.strerror(ctypes.get_errno()))
+        if libc.fanotify_mark(self.fd, self._FAN_MARK_ADD, self._FAN_OPEN_PERM | self._FAN_ONDIR,
+                              self._AT_FDCWD, folder.encode()) != 0:
+            error = ctypes.get_errno()
+            os.close(self.fd)
+            raise Skip("cannot watch %s with fanotify: %s" % (folder, os.strerror(error)))
+        self.held = []
+
+    def wait_opened(self, timeout):
+        """Waits until someone tries to open the folder, and holds them."""
+        ready, _, _ = select.select([self.fd], [], [], timeout)
+        check(ready, "nobody opened the watched folder within %d s" % timeout)
+        data = os.read(self.fd, 4096)
+        offset = 0
+        while offset + self._EVENT.size <= len(data):
+            length, _, _, _, _, fd, pid = self._EVENT.unpack_from(data, offset)
+            self.held.append(fd)
+            offset += length
+        return pid
+
+    def release(self):
+        """Lets every held opener, and any later one, go on."""
+        if self.fd < 0:
+            return
+        for fd in self.held:
+            os.write(self.fd, self._RESPONSE.pack(fd, self._FAN_ALLOW))
+            os.close(fd)
+        self.held = []
+        # Closing the group answers "allow" to anything still queued and
+        # removes the mark.
+        os.close(self.fd)
+        self.fd = -1
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exc):
+        self.release()
 
 
 def wait_until(predicate, timeout, what):
@@ -347,20 +416,38 @@ def case_tampered_app(args):
         c.close()
 
 
-def add_bulk(sb, count):
-    """Many small files in the cache, so that removal lasts long enough to be
-    watched."""
+def add_bulk(sb, count=200):
+    """A folder of small files in the cache, removed as part of the cache item."""
     root = os.path.join(sb.home, "Library/Caches/io.tavio.Tavio/bulk")
-    per_folder = 500
-    for i in range(0, count, per_folder):
-        folder = os.path.join(root, "%03d" % (i // per_folder))
-        os.makedirs(folder)
-        for j in range(min(per_folder, count - i)):
-            os.close(os.open(os.path.join(folder, "%03d" % j), os.O_CREAT | os.O_WRONLY, 0o644))
+    os.makedirs(root)
+    for i in range(count):
+        os.close(os.open(os.path.join(root, "%03d" % i), os.O_CREAT | os.O_WRONLY, 0o644))
     return root
 
 
-BULK = 5000
+def signal_pending(pid, number):
+    """Whether the signal waits to be delivered to the process or a thread."""
+    bit = 1 << (number - 1)
+    try:
+        tasks = os.listdir("/proc/%d/task" % pid)
+    except OSError:
+        return False
+    for task in tasks:
+        try:
+            with open("/proc/%d/task/%s/status" % (pid, task)) as status:
+                for line in status:
+                    if line.startswith(("SigPnd:", "ShdPnd:")) and int(line.split()[1], 16) & bit:
+                        return True
+        except OSError:
+            continue
+    return False
+
+
+def hold_removal(driver, gate):
+    """Confirms, then waits until the run is removing and stuck at the gate."""
+    confirm(driver)
+    gate.wait_opened(120)
+    return driver.wait_for_title(drive_module.REMOVING, 60)
 
 
 def case_removal_refuses_close(args):
@@ -369,21 +456,28 @@ def case_removal_refuses_close(args):
     try:
         sb = c.sandbox
         d = drive_module
-        bulk = add_bulk(sb, BULK)
-        driver = c.start(player=False)
+        bulk = add_bulk(sb)
         # With Tavio not running, removal begins as soon as "Uninstall" has
-        # been pressed, and the press returns once the model has started it.
-        confirm(driver)
-        asked = drive_module.close_window(sb.display)
-        check(asked >= 1, "no window to close")
-        check(os.path.isdir(bulk), "removal ended before the window was asked to close; "
-              "the test needs a larger cache")
-        shown = driver.wait_for_any([d.REMOVING, d.COMPLETED, d.INCOMPLETE], 60)
-        check(shown.title != d.REVIEW, "the run had not started")
+        # been pressed; the gate then holds it in the middle of the cache.
+        driver = c.start(player=False)
+        driver.wait_for_title(d.REVIEW, 90)
+        with OpenGate(bulk) as gate:
+            hold_removal(driver, gate)
+            try:
+                asked = d.close_window(sb.display)
+            except d.DriveError as error:
+                raise AssertionError("the window went away during removal: %s" % error)
+            check(asked >= 1, "no window to close")
+            # The request has been read; give the refusal time to be final.
+            time.sleep(0.5)
+            check(sb.program_process.poll() is None, "the program ended during removal")
+            shown = driver.wait_for_title(d.REMOVING, 10)
+            check(os.path.isdir(bulk), "the removal went past the gate")
         done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 180)
         check(done.title == d.COMPLETED, "the run did not complete:\n" + done.dump())
+        check(shown.title == d.REMOVING, "the window changed screen during removal")
         time.sleep(1)
-        check(sb.program_process.poll() is None, "the window closed during removal")
+        check(sb.program_process.poll() is None, "the refused close took effect later")
         check(not sb.remaining_planted(), "left: %s" % sb.remaining_planted())
         driver.press("Quit")
         check(sb.wait_program(30) == 0, "no clean exit after Quit")
@@ -396,18 +490,25 @@ def case_removal_defers_sigterm(args):
     c = Case(args)
     try:
         sb = c.sandbox
-        bulk = add_bulk(sb, BULK)
+        d = drive_module
+        bulk = add_bulk(sb)
         driver = c.start(player=False)
         pid = c.program_pid()
-        confirm(driver)
-        os.kill(pid, signal.SIGTERM)
-        signalled = time.monotonic()
-        check(os.path.isdir(bulk), "removal ended before the signal; the test needs a "
-              "larger cache")
+        driver.wait_for_title(d.REVIEW, 90)
+        with OpenGate(bulk) as gate:
+            hold_removal(driver, gate)
+            os.kill(pid, signal.SIGTERM)
+            # Once no thread has it pending, the handler has run and passed
+            # it on to the event loop; give that a moment to act on it.
+            wait_until(lambda: not signal_pending(pid, signal.SIGTERM), 30,
+                       "the program to take the signal")
+            time.sleep(0.5)
+            driver.wait_for_title(d.REMOVING, 10)
+            check(sb.program_process.poll() is None, "the program ended during removal")
+            check(os.path.isdir(bulk), "the removal went past the gate")
         status = sb.wait_program(180)
         check(status is not None, "the program did not end after the run")
-        print("the program ended %.1f s after the signal, with status %s"
-              % (time.monotonic() - signalled, status))
+        check(status == 0, "the program ended with status %s" % status)
         check(not sb.remaining_planted(),
               "the program ended before the run had finished; left: %s" % sb.remaining_planted())
         passed, output = sb.check_canaries()
@@ -427,7 +528,7 @@ def case_waiting_allows_quit(args):
         driver = c.start(player_args=("--ignore-quit",))
         confirm(driver)
         driver.wait_for_title(d.WAITING, 60)
-        check(drive_module.close_window(sb.display) >= 1, "no window to close")
+        check(drive_module.close_window(sb.display, handled=False) >= 1, "no window to close")
         status = sb.wait_program(30)
         check(status is not None, "the program did not quit while waiting for Tavio")
         changes = footprint_difference(before, footprint_state(sb))
