@@ -323,12 +323,13 @@ class Sandbox:
         return env
 
     def start_program(self, player=True, player_args=(), program=None, extra_binds=(),
-                      stdout=None, stderr=None):
+                      stdout=None, stderr=None, environment=None):
         """Starts, inside the sandbox, the Tavio player from its bundle (so that
         the program finds it running, as a child that dies with it) and then
         the uninstaller. `program` is the uninstaller's path as seen inside
-        (the build folder is visible read-only at its own path). Returns the
-        bubblewrap process."""
+        (the build folder is visible read-only at its own path);
+        `environment` replaces program_environment(). Returns the bubblewrap
+        process."""
         program = program or self.program
         script = "set -e\n"
         if player:
@@ -354,8 +355,10 @@ class Sandbox:
                         "--regid=%d" % self.user.pw_gid, "--clear-groups", "--"]
         command += ["/bin/sh", "-c", script, "sh",
                     "/Applications/Tavio.app/Contents/MacOS/Tavio", program]
+        if environment is None:
+            environment = self.program_environment()
         self.program_process = self._spawn(
-            command, env=self.program_environment(), stdin=subprocess.DEVNULL,
+            command, env=environment, stdin=subprocess.DEVNULL,
             stdout=stdout, stderr=stderr)
         return self.program_process
 
@@ -371,6 +374,22 @@ class Sandbox:
             except OSError:
                 continue
             if name == wanted and self._descends_from(int(entry), self.program_process.pid):
+                return int(entry)
+        return None
+
+    def process_inside(self, executable):
+        """The process id, as seen from here, of the process in the sandbox
+        that runs this executable file, or None."""
+        wanted = os.stat(executable)
+        for entry in os.listdir("/proc"):
+            if not entry.isdigit():
+                continue
+            try:
+                running = os.stat("/proc/%s/exe" % entry)
+            except OSError:
+                continue
+            if ((running.st_dev, running.st_ino) == (wanted.st_dev, wanted.st_ino)
+                    and self._descends_from(int(entry), self.program_process.pid)):
                 return int(entry)
         return None
 

@@ -6,6 +6,7 @@
 #include <QQmlApplicationEngine>
 #include <QQuickStyle>
 #include <QQuickWindow>
+#include <QSGRendererInterface>
 #include <QTranslator>
 #include <QUrl>
 
@@ -34,6 +35,18 @@ void keepNoState() {
     }
 }
 
+// The window is still text and a few icons. The software scene graph draws
+// it without compiling a single shader, which on a machine without a GPU
+// driver (a virtual machine, a remote display) costs more than everything
+// else the program does before its first frame, and it needs no graphics
+// driver at all. A person who sets QT_QUICK_BACKEND still chooses.
+void chooseSceneGraph() {
+    if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND") &&
+        qEnvironmentVariableIsEmpty("QMLSCENE_DEVICE")) {
+        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    }
+}
+
 QQuickWindow* loadWindow(QQmlApplicationEngine& qml, UninstallerModel& model) {
     qml.addImportPath(QStringLiteral("qrc:/qt/qml"));
     qml.setInitialProperties({{QStringLiteral("model"), QVariant::fromValue(&model)}});
@@ -55,6 +68,7 @@ int runWindow(QGuiApplication& application) {
     (void)installTranslations(translator);
     installCoreTextLookup();
     QQuickStyle::setStyle(QStringLiteral("Fusion"));
+    chooseSceneGraph();
 
     const target::UninstallContext context = target::UninstallContext::current();
     UninstallerModel model(makeSystemEngine(context), makeSystemDesktopActions());
