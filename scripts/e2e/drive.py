@@ -298,6 +298,11 @@ def _x11():
                                          ctypes.POINTER(_XWindowAttributes)]
     lib.XSelectInput.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_long]
     lib.XPending.argtypes = [ctypes.c_void_p]
+    lib.XGetWindowProperty.argtypes = [
+        ctypes.c_void_p, ctypes.c_ulong, ctypes.c_ulong, ctypes.c_long, ctypes.c_long,
+        ctypes.c_int, ctypes.c_ulong, ctypes.POINTER(ctypes.c_ulong),
+        ctypes.POINTER(ctypes.c_int), ctypes.POINTER(ctypes.c_ulong),
+        ctypes.POINTER(ctypes.c_ulong), ctypes.POINTER(ctypes.POINTER(ctypes.c_long))]
     lib.XNextEvent.argtypes = [ctypes.c_void_p, ctypes.POINTER(_XEvent)]
     lib.XFree.argtypes = [ctypes.c_void_p]
     lib.XCloseDisplay.argtypes = [ctypes.c_void_p]
@@ -326,34 +331,87 @@ def close_window(display_name, title=APP_NAME, handled=True, timeout=30):
         # Answers to a ping are sent to the root window, to clients that
         # listen for changes of it (toolkits differ on which mask they use).
         x.XSelectInput(display, root, _STRUCTURE_NOTIFY_MASK | _SUBSTRUCTURE_NOTIFY_MASK)
-        root_return = ctypes.c_ulong()
-        parent_return = ctypes.c_ulong()
-        children = ctypes.POINTER(ctypes.c_ulong)()
-        count = ctypes.c_uint()
-        x.XQueryTree(display, root, ctypes.byref(root_return), ctypes.byref(parent_return),
-                     ctypes.byref(children), ctypes.byref(count))
-        asked = []
-        for i in range(count.value):
-            window = children[i]
-            name = ctypes.c_char_p()
-            if x.XFetchName(display, window, ctypes.byref(name)) and name.value is not None:
-                matches = name.value.decode(errors="replace") == title
-                x.XFree(name)
-                # Toolkits keep unmapped helper windows of the same name.
-                if matches and _viewable(x, display, window):
-                    token = len(asked) + 1
-                    _send_protocol(x, display, window, protocols, delete, 0)
-                    if handled:
-                        _send_protocol(x, display, window, protocols, ping, token)
-                    asked.append(window)
-        if children:
-            x.XFree(children)
+        asked = _windows_named(x, display, root, title)
+        for token, window in enumerate(asked, start=1):
+            _send_protocol(x, display, window, protocols, delete, 0)
+            if handled:
+                _send_protocol(x, display, window, protocols, ping, token)
         x.XFlush(display)
         if handled:
             _await_pongs(x, display, root, protocols, ping, len(asked), timeout)
         return len(asked)
     finally:
         x.XCloseDisplay(display)
+
+
+def close_offered(display_name, title=APP_NAME):
+    """Whether the window called `title` lets a window manager offer to close
+    it: its Motif hints (what window managers grey a close button by) either
+    say nothing about the window's functions or include closing."""
+    x = _x11()
+    display = x.XOpenDisplay(display_name.encode())
+    if not display:
+        raise DriveError("cannot open the display " + display_name)
+    try:
+        root = x.XDefaultRootWindow(display)
+        windows = _windows_named(x, display, root, title)
+        if len(windows) != 1:
+            raise DriveError("%d windows called %s" % (len(windows), title))
+        hints_atom = x.XInternAtom(display, b"_MOTIF_WM_HINTS", 0)
+        actual_type = ctypes.c_ulong()
+        actual_format = ctypes.c_int()
+        items = ctypes.c_ulong()
+        after = ctypes.c_ulong()
+        data = ctypes.POINTER(ctypes.c_long)()
+        status = x.XGetWindowProperty(display, windows[0], hints_atom, 0, 5, 0, 0,  # AnyPropertyType
+                                      ctypes.byref(actual_type), ctypes.byref(actual_format),
+                                      ctypes.byref(items), ctypes.byref(after),
+                                      ctypes.byref(data))
+        if status != 0:
+            raise DriveError("cannot read the window's Motif hints")
+        try:
+            if actual_format.value != 32 or items.value < 2:
+                return True  # no hints: every function is offered
+            flags, functions = data[0], data[1]
+            if not flags & _MWM_HINTS_FUNCTIONS:
+                return True
+            if functions & _MWM_FUNC_ALL:
+                # Every function but those listed.
+                return not functions & _MWM_FUNC_CLOSE
+            return bool(functions & _MWM_FUNC_CLOSE)
+        finally:
+            if data:
+                x.XFree(data)
+    finally:
+        x.XCloseDisplay(display)
+
+
+_MWM_HINTS_FUNCTIONS = 1
+_MWM_FUNC_ALL = 1
+_MWM_FUNC_CLOSE = 32
+
+
+def _windows_named(x, display, root, title):
+    """The viewable top-level windows called `title` (toolkits keep unmapped
+    helper windows of the same name)."""
+    root_return = ctypes.c_ulong()
+    parent_return = ctypes.c_ulong()
+    children = ctypes.POINTER(ctypes.c_ulong)()
+    count = ctypes.c_uint()
+    x.XQueryTree(display, root, ctypes.byref(root_return), ctypes.byref(parent_return),
+                 ctypes.byref(children), ctypes.byref(count))
+    found = []
+    for i in range(count.value):
+        window = children[i]
+        name = ctypes.c_char_p()
+        if x.XFetchName(display, window, ctypes.byref(name)) and name.value is not None:
+            matches = name.value.decode(errors="replace") == title
+            x.XFree(name)
+            if matches and _viewable(x, display, window):
+                found.append(window)
+    if children:
+        x.XFree(children)
+    return found
 
 
 _STRUCTURE_NOTIFY_MASK = 1 << 17

@@ -461,8 +461,13 @@ def case_removal_refuses_close(args):
         # been pressed; the gate then holds it in the middle of the cache.
         driver = c.start(player=False)
         driver.wait_for_title(d.REVIEW, 90)
+        check(d.close_offered(sb.display), "no close button on the review")
         with OpenGate(bulk) as gate:
             hold_removal(driver, gate)
+            # The close button goes, for window managers that grey it...
+            wait_until(lambda: not d.close_offered(sb.display), 10,
+                       "the close button to go during removal")
+            # ...and a close request that comes anyway is refused.
             try:
                 asked = d.close_window(sb.display)
             except d.DriveError as error:
@@ -476,6 +481,8 @@ def case_removal_refuses_close(args):
         done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 180)
         check(done.title == d.COMPLETED, "the run did not complete:\n" + done.dump())
         check(shown.title == d.REMOVING, "the window changed screen during removal")
+        wait_until(lambda: d.close_offered(sb.display), 10,
+                   "the close button to come back after removal")
         time.sleep(1)
         check(sb.program_process.poll() is None, "the refused close took effect later")
         check(not sb.remaining_planted(), "left: %s" % sb.remaining_planted())
