@@ -126,11 +126,11 @@ def run_once(sb, executable, extra_environment=None, timeout=120):
                 break
     pid = sb.process_inside(executable)
     peak = high_water_kib(pid) if pid else None
-    stop(sb, process, pid)
+    stop(process, pid)
     return seconds, peak
 
 
-def stop(sb, process, pid):
+def stop(process, pid):
     """Ends the program the way a person's logout would, reading what it
     still writes so that it never blocks on a full pipe."""
     if pid:
