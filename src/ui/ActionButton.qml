@@ -19,8 +19,11 @@ Button {
     readonly property bool filled: root.prominent && root.enabled
     readonly property color fillColor: root.destructive ? Theme.red : Theme.palette.highlight
 
-    palette.buttonText: root.filled ? (root.destructive ? "white" : Theme.palette.highlightedText)
-                      : root.destructive && root.enabled ? Theme.red
+    // Setting a palette colour sets it for every state, the disabled one
+    // included, so the greyed lettering has to be chosen here too.
+    palette.buttonText: !root.enabled ? Theme.disabledPalette.buttonText
+                      : root.filled ? (root.destructive ? "white" : Theme.palette.highlightedText)
+                      : root.destructive ? Theme.red
                       : Theme.palette.buttonText
 
     background: Item {

@@ -8,6 +8,7 @@ QtObject {
     id: root
 
     readonly property SystemPalette palette: SystemPalette { colorGroup: SystemPalette.Active }
+    readonly property SystemPalette disabledPalette: SystemPalette { colorGroup: SystemPalette.Disabled }
     readonly property bool dark: root.palette.window.hslLightness < 0.5
 
     readonly property color label: root.palette.windowText

@@ -52,6 +52,16 @@ TestCase {
         SymbolImage {}
     }
 
+    SystemPalette {
+        id: activePalette
+        colorGroup: SystemPalette.Active
+    }
+
+    SystemPalette {
+        id: disabledPalette
+        colorGroup: SystemPalette.Disabled
+    }
+
     // Colours are compared as they are drawn (#AARRGGBB), however they were made.
     function compareColor(actual, expected) {
         compare(String(actual), String(expected))
@@ -193,6 +203,27 @@ TestCase {
         button.enabled = false
         button.Accessible.pressAction()
         compare(button.clicks, 1)
+    }
+
+    function test_disabledButtonLetteringIsGreyed_data() {
+        return [
+            { tag: "plain", prominent: false, destructive: false },
+            { tag: "destructive", prominent: false, destructive: true },
+            { tag: "prominent", prominent: true, destructive: false },
+            { tag: "prominent destructive", prominent: true, destructive: true },
+        ]
+    }
+
+    // An unavailable action must look unavailable, whatever its kind.
+    function test_disabledButtonLetteringIsGreyed(data) {
+        verify(String(disabledPalette.buttonText) !== String(activePalette.buttonText),
+               "the palette has no distinct disabled lettering")
+        const button = createTemporaryObject(buttonComponent, testCase,
+                                             { prominent: data.prominent, destructive: data.destructive })
+        button.enabled = false
+        compareColor(button.contentItem.color, disabledPalette.buttonText)
+        button.enabled = true
+        verify(String(button.contentItem.color) !== String(disabledPalette.buttonText))
     }
 
     function test_everySymbolHasAnIcon_data() {
