@@ -20,20 +20,17 @@
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "removal/SafeRemover.h"
 
 extern char** environ;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-void check(bool ok, const std::string& what) {
-    if (!ok) {
-        std::fprintf(stderr, "removal_bench: %s: %s\n", what.c_str(), std::strerror(errno));
-        std::exit(1);
-    }
-}
+using bench::check;
+using bench::Clock;
+using bench::median;
+using bench::secondsSince;
 
 // FOLDERS folders of FILES small files each, below `top`.
 void plant(const std::string& top, int folders, int files) {
@@ -58,10 +55,6 @@ void syncAndSettle() {
     ::sync();
 }
 
-double secondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
 double removeWithSafeRemover(const std::string& parent, const std::string& name) {
     const removal::SafeRemover remover{parent, ::getuid(), true};
     const auto start = Clock::now();
@@ -83,12 +76,6 @@ double removeWithRm(const std::string& path) {
     check(::waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0,
           "rm -rf");
     return secondsSince(start);
-}
-
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    const std::size_t n = values.size();
-    return n % 2 == 1 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
 }
 
 void compareWithRm(const std::string& parent, int runs) {
@@ -146,7 +133,7 @@ void millionEntries(const std::string& parent) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string parent = std::getenv("TMPDIR") != nullptr ? std::getenv("TMPDIR") : "/tmp";
+    std::string parent = bench::temporaryParent();
     int runs = 5;
     bool million = true;
     for (int i = 1; i < argc; ++i) {
@@ -169,14 +156,11 @@ int main(int argc, char** argv) {
             million = false;
         }
     }
-    char pattern[] = "removal-bench-XXXXXX";
-    const std::string work = parent + "/" + pattern;
-    std::string templ = work;
-    check(::mkdtemp(templ.data()) != nullptr, "mkdtemp");
-    compareWithRm(templ, runs);
+    const std::string work = bench::makeWorkFolder(parent, "removal-bench");
+    compareWithRm(work, runs);
     if (million) {
-        millionEntries(templ);
+        millionEntries(work);
     }
-    ::rmdir(templ.c_str());
+    ::rmdir(work.c_str());
     return 0;
 }

@@ -11,13 +11,14 @@
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "Footprint.h"
 #include "platform/linux/FilePreferencesAccess.h"
 #include "platform/linux/InstalledAppVerifier.h"
 #include "target/InventoryBuilder.h"
 
 int main(int argc, char** argv) {
-    std::string parent = std::getenv("TMPDIR") != nullptr ? std::getenv("TMPDIR") : "/tmp";
+    std::string parent = bench::temporaryParent();
     int runs = 50;
     for (int i = 1; i + 1 < argc; i += 2) {
         const std::string arg = argv[i];
@@ -27,11 +28,7 @@ int main(int argc, char** argv) {
             runs = std::max(5, std::atoi(argv[i + 1]));
         }
     }
-    std::string work = parent + "/scan-bench-XXXXXX";
-    if (::mkdtemp(work.data()) == nullptr) {
-        std::perror("mkdtemp");
-        return 1;
-    }
+    const std::string work = bench::makeWorkFolder(parent, "scan-bench");
     footprint::FootprintOptions options;
     options.home = work + "/home";
     options.applications = work + "/Applications";
@@ -39,8 +36,7 @@ int main(int argc, char** argv) {
     options.app = false;
     const auto planted = footprint::plantFootprint(options);
     if (const auto* error = std::get_if<std::string>(&planted)) {
-        std::fprintf(stderr, "scan_bench: %s\n", error->c_str());
-        return 1;
+        bench::fail(*error);
     }
     auto context = target::UninstallContext::make(::getuid(), {options.home, "bench"}, options.identifier);
     context.applicationDirectories = {options.applications, options.home + "/Applications"};
@@ -55,15 +51,14 @@ int main(int argc, char** argv) {
     std::vector<double> times;
     std::size_t present = 0;
     for (int run = 0; run < runs; ++run) {
-        const auto start = std::chrono::steady_clock::now();
+        const auto start = bench::Clock::now();
         const target::Inventory inventory = builder.build();
-        times.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
+        times.push_back(bench::secondsSince(start) * 1e6);
         present = inventory.removableItems().size();
     }
-    std::sort(times.begin(), times.end());
     std::printf("full scan of a planted footprint without an app copy (%zu items present): "
                 "median %.0f us, fastest %.0f us over %d runs\n",
-                present, times[times.size() / 2], times.front(), runs);
+                present, bench::median(times), *std::min_element(times.begin(), times.end()), runs);
     (void)std::system(("rm -rf -- '" + work + "'").c_str());
     return 0;
 }

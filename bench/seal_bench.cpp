@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "platform/linux/BundleSeal.h"
 #include "platform/linux/InstalledAppVerifier.h"
 
@@ -26,16 +27,12 @@ extern char** environ;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using bench::check;
+using bench::Clock;
+using bench::median;
+using bench::secondsSince;
 
 constexpr const char* kIdentifier = "io.tavio.Tavio";
-
-void check(bool ok, const std::string& what) {
-    if (!ok) {
-        std::fprintf(stderr, "seal_bench: %s: %s\n", what.c_str(), std::strerror(errno));
-        std::exit(1);
-    }
-}
 
 void makeFolder(const std::string& path) {
     check(::mkdir(path.c_str(), 0755) == 0 || errno == EEXIST, "mkdir " + path);
@@ -95,10 +92,6 @@ std::vector<std::string> plantBundle(const std::string& bundle, int megabytes, i
     return paths;
 }
 
-double secondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
 double verifyOnce(const std::string& bundle) {
     const auto start = Clock::now();
     const auto problem = platform::InstalledAppVerifier().verify(bundle, kIdentifier);
@@ -130,12 +123,6 @@ double opensslOnce(const std::vector<std::string>& paths) {
     return seconds;
 }
 
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    const std::size_t n = values.size();
-    return n % 2 == 1 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
-}
-
 void removeTree(const std::string& path) {
     const char* argv[] = {"rm", "-rf", "--", path.c_str(), nullptr};
     pid_t pid = 0;
@@ -148,7 +135,7 @@ void removeTree(const std::string& path) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string parent = std::getenv("TMPDIR") != nullptr ? std::getenv("TMPDIR") : "/tmp";
+    std::string parent = bench::temporaryParent();
     int runs = 7;
     int megabytes = 300;
     int files = 2000;
@@ -164,8 +151,7 @@ int main(int argc, char** argv) {
             files = std::max(10, std::atoi(argv[i + 1]));
         }
     }
-    std::string work = parent + "/seal-bench-XXXXXX";
-    check(::mkdtemp(work.data()) != nullptr, "mkdtemp");
+    const std::string work = bench::makeWorkFolder(parent, "seal-bench");
     const std::string bundle = work + "/Tavio.app";
     const std::vector<std::string> paths = plantBundle(bundle, megabytes, files);
     const auto error = platform::writeSeal(bundle, kIdentifier);

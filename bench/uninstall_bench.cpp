@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "Footprint.h"
 #include "engine/UninstallEngine.h"
 #include "platform/linux/FilePreferencesAccess.h"
@@ -31,7 +32,9 @@ extern char** environ;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using bench::Clock;
+using bench::fail;
+using bench::median;
 using namespace std::chrono_literals;
 
 constexpr const char* kHostID = "0123456789abcdef0123456789abcdef";
@@ -39,19 +42,8 @@ constexpr const char* kHostID = "0123456789abcdef0123456789abcdef";
 // the user, and nothing else should match.
 const std::string kId = "io.tavio.Tavio.bench" + std::to_string(::getpid());
 
-[[noreturn]] void fail(const std::string& what) {
-    std::fprintf(stderr, "uninstall_bench: %s\n", what.c_str());
-    std::exit(1);
-}
-
 double secondsBetween(Clock::time_point from, Clock::time_point to) {
     return std::chrono::duration<double>(to - from).count();
-}
-
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    const std::size_t n = values.size();
-    return n % 2 == 1 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
 }
 
 footprint::FootprintOptions optionsFor(const std::string& top) {
@@ -178,7 +170,7 @@ ToolsRun uninstallWithTools(const std::string& top, const footprint::PlantedFoot
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string parent = std::getenv("TMPDIR") != nullptr ? std::getenv("TMPDIR") : "/tmp";
+    std::string parent = bench::temporaryParent();
     int runs = 3;
     for (int i = 1; i + 1 < argc; i += 2) {
         const std::string arg = argv[i];
@@ -188,10 +180,7 @@ int main(int argc, char** argv) {
             runs = std::max(3, std::atoi(argv[i + 1]));
         }
     }
-    std::string work = parent + "/uninstall-bench-XXXXXX";
-    if (::mkdtemp(work.data()) == nullptr) {
-        fail(std::string("mkdtemp: ") + std::strerror(errno));
-    }
+    const std::string work = bench::makeWorkFolder(parent, "uninstall-bench");
     std::vector<double> ours, theirs, shas, rms, scans, befores, items, finals;
     std::map<std::string, std::vector<double>> perItem;
     for (int run = 0; run < runs; ++run) {

@@ -443,6 +443,17 @@ def signal_pending(pid, number):
     return False
 
 
+def start_for_held_removal(c):
+    """Starts the program on a home with a bulk folder in its cache and
+    Tavio not running, so that removal begins as soon as "Uninstall" has been
+    pressed and a gate on that folder holds it in the middle of the cache.
+    Returns the driver, with the review shown, and the folder."""
+    bulk = add_bulk(c.sandbox)
+    driver = c.start(player=False)
+    driver.wait_for_title(drive_module.REVIEW, 90)
+    return driver, bulk
+
+
 def hold_removal(driver, gate):
     """Confirms, then waits until the run is removing and stuck at the gate."""
     confirm(driver)
@@ -463,11 +474,7 @@ def case_removal_refuses_close(args):
     try:
         sb = c.sandbox
         d = drive_module
-        bulk = add_bulk(sb)
-        # With Tavio not running, removal begins as soon as "Uninstall" has
-        # been pressed; the gate then holds it in the middle of the cache.
-        driver = c.start(player=False)
-        driver.wait_for_title(d.REVIEW, 90)
+        driver, bulk = start_for_held_removal(c)
         check(d.close_offered(sb.display), "no close button on the review")
         with OpenGate(bulk) as gate:
             hold_removal(driver, gate)
@@ -501,11 +508,8 @@ def case_removal_defers_sigterm(args):
     c = Case(args)
     try:
         sb = c.sandbox
-        d = drive_module
-        bulk = add_bulk(sb)
-        driver = c.start(player=False)
+        driver, bulk = start_for_held_removal(c)
         pid = c.program_pid()
-        driver.wait_for_title(d.REVIEW, 90)
         with OpenGate(bulk) as gate:
             hold_removal(driver, gate)
             os.kill(pid, signal.SIGTERM)
