@@ -7,8 +7,8 @@
 #include <cerrno>
 
 #include "removal/DirectoryOpen.h"
-#include "removal/TreeRemoval.h"
 #include "removal/Trap.h"
+#include "removal/TreeRemoval.h"
 
 namespace removal {
 namespace {
@@ -103,7 +103,7 @@ std::variant<SafeRemover::Walked, RemovalFailure> SafeRemover::walk(
     if (!isDirectory(anchorStat)) {  // the anchor is missing: so is the item
         return walked;
     }
-    walked.anchorVolume = volumeOf(walked.anchorFD.get(), anchorStat.st_dev);
+    walked.anchorDevice = anchorStat.st_dev;
 
     for (std::size_t i = 0; i < components.size(); ++i) {
         const std::string& name = components[i];
@@ -174,8 +174,16 @@ RemovalOutcome SafeRemover::remove(const Components& components,
         if (requiresOwnedAnchor && leaf.st_uid != userID) {
             return RemovalOutcome::failed({{path, RemovalReason::notOwnedByCurrentUser()}});
         }
+        // The anchor's volume is what every folder of the tree is compared
+        // with; when it cannot be learnt, no folder could be checked, so the
+        // item is not entered at all.
+        auto volume = volumeOf(walked.anchorFD.get(), walked.anchorDevice);
+        if (auto* reason = std::get_if<RemovalReason>(&volume)) {
+            return RemovalOutcome::failed({{path, std::move(*reason)}});
+        }
         std::vector<RemovalFailure> failures;
-        removeTree(walked.parentFD(), name, path, walked.anchorVolume, expecting, failures);
+        removeTree(walked.parentFD(), name, path, std::get<VolumeIdentity>(volume), expecting,
+                   failures);
         return failures.empty() ? RemovalOutcome::removed()
                                 : RemovalOutcome::failed(std::move(failures));
     }

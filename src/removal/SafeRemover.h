@@ -62,13 +62,13 @@ struct SafeRemover {
     RemovalOutcome remove(const Components& components,
                           const std::optional<FileIdentity>& expecting = std::nullopt) const;
 
-private:
+  private:
     // What a successful walk holds open and found. Its descriptors close
     // themselves; the intermediate folders go before the anchor.
     struct Walked {
         UniqueFd anchorFD;  // "/dev/null" stands in when the anchor is missing
         std::vector<UniqueFd> openedDirectories;
-        VolumeIdentity anchorVolume;  // of the anchor; empty when it is missing
+        dev_t anchorDevice = 0;  // of the anchor; 0 when it is missing
         std::optional<struct stat> leafStat;
 
         int parentFD() const {

@@ -46,22 +46,29 @@ struct Level {
 };
 
 class TreeRemoval {
-public:
-    TreeRemoval(int parentFD, const VolumeIdentity& anchorVolume,
+  public:
+    TreeRemoval(int parentFD,
+                const VolumeIdentity& anchorVolume,
                 std::vector<RemovalFailure>& failures)
         : parentFD_(parentFD), anchorVolume_(anchorVolume), failures_(failures) {}
 
-    void run(const std::string& name, const std::string& path,
+    void run(const std::string& name,
+             const std::string& path,
              const std::optional<FileIdentity>& identity);
 
-private:
-    bool enter(int parentFD, const std::string& name, const std::string& path,
+  private:
+    bool enter(int parentFD,
+               const std::string& name,
+               const std::string& path,
                const std::optional<FileIdentity>& identity);
     bool list(int fd, std::vector<Entry>& entries, const std::string& path);
     void removeEntry(Level& level, const Entry& entry);
     bool unlinkKnownNonDirectory(Level& level, const Entry& entry, const std::string& path);
     void leave();
-    int reachParent(Level& done);
+    int reachParent();
+    bool reopenThroughDotDot(const Level& done, Level& parent);
+    bool reopenFromAbove(std::size_t index);
+    void giveUpFrom(std::size_t index, RemovalReason reason);
     void releaseOuterDescriptors();
 
     void report(const std::string& path, RemovalReason reason) {
@@ -75,12 +82,16 @@ private:
     std::size_t firstHeld_ = 0;  // levels below this index have closed descriptors
 };
 
-void TreeRemoval::run(const std::string& name, const std::string& path,
+void TreeRemoval::run(const std::string& name,
+                      const std::string& path,
                       const std::optional<FileIdentity>& identity) {
     if (!enter(parentFD_, name, path, identity)) {
         return;
     }
     while (!stack_.empty()) {
+        if (!stack_.back().fd && !reopenFromAbove(stack_.size() - 1)) {
+            continue;  // what could not be reached was reported and given up
+        }
         Level& top = stack_.back();
         if (top.next < top.entries.size()) {
             const Entry entry = top.entries[top.next++];
@@ -93,7 +104,9 @@ void TreeRemoval::run(const std::string& name, const std::string& path,
 
 // Opens, checks and lists one folder, and pushes it. Reports and returns false
 // when the folder cannot be entered; nothing inside it is touched then.
-bool TreeRemoval::enter(int parentFD, const std::string& name, const std::string& path,
+bool TreeRemoval::enter(int parentFD,
+                        const std::string& name,
+                        const std::string& path,
                         const std::optional<FileIdentity>& identity) {
     auto opened = openDirectory(parentFD, name.c_str());
     if (auto* reason = std::get_if<RemovalReason>(&opened)) {
@@ -112,8 +125,8 @@ bool TreeRemoval::enter(int parentFD, const std::string& name, const std::string
         report(path, RemovalReason::changedSinceVerification());
         return false;
     }
-    if (isOtherVolume(fd.get(), st.st_dev, anchorVolume_)) {
-        report(path, RemovalReason::crossesVolume());
+    if (auto problem = volumeProblem(fd.get(), st.st_dev, anchorVolume_)) {
+        report(path, std::move(*problem));
         return false;
     }
     std::vector<Entry> entries;
@@ -128,7 +141,8 @@ bool TreeRemoval::enter(int parentFD, const std::string& name, const std::string
 // Reads the whole folder before anything in it is deleted: deleting while
 // reading could make readdir skip or repeat entries.
 bool TreeRemoval::list(int fd, std::vector<Entry>& entries, const std::string& path) {
-    UniqueFd duplicate(::dup(fd));
+    // The stream gets its own descriptor, close-on-exec like every other.
+    UniqueFd duplicate(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
     if (!duplicate) {
         report(path, reasonForErrno(errno));
         return false;
@@ -197,7 +211,8 @@ void TreeRemoval::removeEntry(Level& level, const Entry& entry) {
 // removes a folder, so a stale type is harmless: an entry that became a folder
 // answers EISDIR and is looked at again by the careful path. Returns false
 // when the entry still needs that path.
-bool TreeRemoval::unlinkKnownNonDirectory(Level& level, const Entry& entry,
+bool TreeRemoval::unlinkKnownNonDirectory(Level& level,
+                                          const Entry& entry,
                                           const std::string& path) {
     if (entry.type == DT_DIR || entry.type == DT_UNKNOWN) {
         return false;
@@ -216,12 +231,11 @@ bool TreeRemoval::unlinkKnownNonDirectory(Level& level, const Entry& entry,
 // The top folder is empty (or kept because of a failure below): remove it
 // from its parent, or tell the parent that it must stay too.
 void TreeRemoval::leave() {
-    Level& done = stack_.back();
-    const int parentFD = reachParent(done);
+    const int parentFD = reachParent();
     if (parentFD < 0) {
-        stack_.clear();  // the way up is lost; what is left stays, as reported
-        return;
+        return;  // the levels that could not be reached were reported and given up
     }
+    Level& done = stack_.back();
     bool kept = done.failed;
     if (!kept && ::unlinkat(parentFD, done.name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT) {
         report(done.path, reasonForErrno(errno));
@@ -234,30 +248,81 @@ void TreeRemoval::leave() {
     }
 }
 
-// The descriptor of the folder that holds `done`. When the budget closed it,
-// it is opened again through "..", which is only trusted when it leads back to
-// the very folder that was listed.
-int TreeRemoval::reachParent(Level& done) {
+// The descriptor of the folder that holds the top level, or -1 when it cannot
+// be reached any more (reported, and the unreachable levels given up).
+int TreeRemoval::reachParent() {
     if (stack_.size() == 1) {
         return parentFD_;
     }
-    Level& parent = stack_[stack_.size() - 2];
-    if (parent.fd) {
-        return parent.fd.get();
+    const std::size_t parentIndex = stack_.size() - 2;
+    if (!stack_[parentIndex].fd && !reopenThroughDotDot(stack_.back(), stack_[parentIndex]) &&
+        !reopenFromAbove(parentIndex)) {
+        return -1;
     }
+    return stack_[parentIndex].fd.get();
+}
+
+// The cheap way back up, when the budget closed the parent's descriptor: "..",
+// trusted only when it leads back to the very folder that was listed. Reports
+// nothing: a way that fails is followed by the careful one.
+bool TreeRemoval::reopenThroughDotDot(const Level& done, Level& parent) {
     UniqueFd reopened(::openat(done.fd.get(), "..", kDirectoryFlags));
     struct stat st {};
-    if (!reopened || ::fstat(reopened.get(), &st) != 0) {
-        report(parent.path, reasonForErrno(errno));
-        return -1;
-    }
-    if (FileIdentity{st.st_dev, st.st_ino} != parent.identity) {
-        report(parent.path, RemovalReason::changedSinceVerification());
-        return -1;
+    if (!reopened || ::fstat(reopened.get(), &st) != 0 ||
+        FileIdentity{st.st_dev, st.st_ino} != parent.identity) {
+        return false;
     }
     parent.fd = std::move(reopened);
     firstHeld_ = stack_.size() - 2;
-    return parent.fd.get();
+    return true;
+}
+
+// The careful way to a level whose descriptor was closed: down again from the
+// nearest open folder above it (at worst the item's parent), by name, refusing
+// links, each folder checked to be the object that was listed. When a level
+// on the way cannot be reached, that failure is reported at its path, which
+// names everything it still holds, and it and every level below it are given
+// up; the folder above keeps it and goes on with its other entries.
+bool TreeRemoval::reopenFromAbove(std::size_t index) {
+    int from = parentFD_;
+    UniqueFd opened;
+    for (std::size_t i = 0; i <= index; ++i) {
+        Level& level = stack_[i];
+        if (level.fd) {
+            from = level.fd.get();
+            opened.reset();
+            continue;
+        }
+        auto next = openDirectory(from, level.name.c_str());
+        if (auto* reason = std::get_if<RemovalReason>(&next)) {
+            giveUpFrom(i, std::move(*reason));
+            return false;
+        }
+        UniqueFd fd = std::move(std::get<UniqueFd>(next));
+        struct stat st {};
+        if (::fstat(fd.get(), &st) != 0) {
+            giveUpFrom(i, reasonForErrno(errno));
+            return false;
+        }
+        if (FileIdentity{st.st_dev, st.st_ino} != level.identity) {
+            giveUpFrom(i, RemovalReason::changedSinceVerification());
+            return false;
+        }
+        opened = std::move(fd);
+        from = opened.get();
+    }
+    stack_[index].fd = std::move(opened);
+    firstHeld_ = index;
+    return true;
+}
+
+void TreeRemoval::giveUpFrom(std::size_t index, RemovalReason reason) {
+    report(stack_[index].path, std::move(reason));
+    stack_.erase(stack_.begin() + static_cast<std::ptrdiff_t>(index), stack_.end());
+    firstHeld_ = std::min(firstHeld_, stack_.size());
+    if (!stack_.empty()) {
+        stack_.back().failed = true;
+    }
 }
 
 void TreeRemoval::releaseOuterDescriptors() {
@@ -269,8 +334,11 @@ void TreeRemoval::releaseOuterDescriptors() {
 
 }  // namespace
 
-void removeTree(int parentFD, const std::string& name, const std::string& path,
-                const VolumeIdentity& anchorVolume, const std::optional<FileIdentity>& identity,
+void removeTree(int parentFD,
+                const std::string& name,
+                const std::string& path,
+                const VolumeIdentity& anchorVolume,
+                const std::optional<FileIdentity>& identity,
                 std::vector<RemovalFailure>& failures) {
     TreeRemoval(parentFD, anchorVolume, failures).run(name, path, identity);
 }

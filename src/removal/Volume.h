@@ -4,6 +4,9 @@
 
 #include <cstdint>
 #include <optional>
+#include <variant>
+
+#include "removal/RemovalReason.h"
 
 namespace removal {
 
@@ -19,11 +22,16 @@ struct VolumeIdentity {
 };
 
 // The volume of the open folder `fd`, whose fstat() device is `device`.
-VolumeIdentity volumeOf(int fd, dev_t device);
+// Where the platform tells mounts apart by more than the device, a failure to
+// learn the mount is returned as the reason instead: a volume that is only
+// half known would switch the mount comparison off for a whole item.
+std::variant<VolumeIdentity, RemovalReason> volumeOf(int fd, dev_t device);
 
-// True when `fd`, a folder inside the tree being removed, lies on another
-// volume than the anchor: another device, another mount, or the root of a
-// mount of its own. Such a folder is never entered.
-bool isOtherVolume(int fd, dev_t device, const VolumeIdentity& anchor);
+// Whether `fd`, a folder inside the tree being removed, may be entered.
+// Nothing when it lies on the anchor's volume. crossesVolume when it lies on
+// another one: another device, another mount, or the root of a mount of its
+// own. When the check itself fails, the reason for that failure: a folder
+// whose volume cannot be told is never entered.
+std::optional<RemovalReason> volumeProblem(int fd, dev_t device, const VolumeIdentity& anchor);
 
 }  // namespace removal

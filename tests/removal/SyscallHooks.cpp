@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -13,12 +14,16 @@ namespace hooks {
 Hook beforeFstatat;
 Hook beforeOpenat;
 Hook beforeUnlinkat;
+Fault failOpenat;
+Fault failStatx;
 bool forbidFileSystem = false;
 
 void clearHooks() {
     beforeFstatat = nullptr;
     beforeOpenat = nullptr;
     beforeUnlinkat = nullptr;
+    failOpenat = nullptr;
+    failStatx = nullptr;
     forbidFileSystem = false;
 }
 
@@ -32,6 +37,17 @@ void run(const Hook& hook, int dirFD, const char* name) {
         hook(dirFD, name);
         inHook = false;
     }
+}
+
+// The errno a fault hook chose for this call, or 0 to make it.
+int fault(const Fault& hook, int dirFD, const char* name) {
+    if (!hook || inHook) {
+        return 0;
+    }
+    inHook = true;
+    const int error = hook(dirFD, name);
+    inHook = false;
+    return error;
 }
 
 void refuseIfForbidden() {
@@ -51,6 +67,7 @@ int __real_openat(int, const char*, int, ...);
 int __real_unlinkat(int, const char*, int);
 int __real_open(const char*, int, ...);
 int __real_lstat(const char*, struct stat*);
+int __real_statx(int, const char*, int, unsigned int, struct statx*);
 
 int __wrap_fstatat(int dirFD, const char* name, struct stat* st, int flags) {
     hooks::run(hooks::beforeFstatat, dirFD, name);
@@ -67,6 +84,10 @@ int __wrap_openat(int dirFD, const char* name, int flags, ...) {
         va_end(args);
     }
     hooks::run(hooks::beforeOpenat, dirFD, name);
+    if (const int error = hooks::fault(hooks::failOpenat, dirFD, name)) {
+        errno = error;
+        return -1;
+    }
     return __real_openat(dirFD, name, flags, mode);
 }
 
@@ -85,6 +106,14 @@ int __wrap_open(const char* path, int flags, ...) {
         va_end(args);
     }
     return __real_open(path, flags, mode);
+}
+
+int __wrap_statx(int dirFD, const char* name, int flags, unsigned int mask, struct statx* sx) {
+    if (const int error = hooks::fault(hooks::failStatx, dirFD, name)) {
+        errno = error;
+        return -1;
+    }
+    return __real_statx(dirFD, name, flags, mask, sx);
 }
 
 int __wrap_lstat(const char* path, struct stat* st) {

@@ -57,7 +57,7 @@ TEST_F(TreeRemovalTest, DeepTreesNeedOnlyAFewDescriptors) {
     const std::string deeper = makeChain(at("deeper"), 128);
     const std::string anchorPath = anchor();
     const auto answer = runInChild([&] {
-        const struct rlimit low {64, 64};
+        const struct rlimit low { 64, 64 };
         if (::setrlimit(RLIMIT_NOFILE, &low) != 0) {
             return std::string("setrlimit failed");
         }
@@ -72,25 +72,102 @@ TEST_F(TreeRemovalTest, DeepTreesNeedOnlyAFewDescriptors) {
 
 // Deep trees release the descriptors of their outer folders and reach them
 // again through "..". If a folder was moved away meanwhile, ".." leads
-// somewhere else: that is refused, and nothing above is touched.
-TEST_F(TreeRemovalTest, FolderMovedAwayWhileDeepInsideStopsTheWayBackUp) {
+// somewhere else: that way is refused, and the folders above are reached
+// again from the item's parent by name, each checked to be the one that was
+// listed. The moved folder is left where it went (emptied while it was still
+// inside the item); the item itself is removed.
+TEST_F(TreeRemovalTest, FolderMovedAwayWhileDeepInsideIsLeftWhereItWent) {
     const std::string deepest = makeChain(at("tree"), 40);
     writeFile(deepest + "/marker", "m");
     const std::string level14 = chainPath(at("tree"), 14);
     const std::string elsewhere = temp_ / "elsewhere";
     makeDirectories(elsewhere);
+    writeFile(elsewhere + "/keep", "not part of the item");
     hooks::beforeUnlinkat = [&](int, const std::string& name) {
         if (name == "marker") {
             ASSERT_EQ(std::rename((level14 + "/d").c_str(), (elsewhere + "/d").c_str()), 0);
         }
     };
-    EXPECT_EQ(remover().remove({"tree"}),
-              RemovalOutcome::failed(
-                  {RemovalFailure{level14, RemovalReason::changedSinceVerification()}}));
-    for (int depth = 0; depth <= 14; ++depth) {
-        EXPECT_TRUE(isDirectory(chainPath(at("tree"), depth))) << "depth " << depth;
+    EXPECT_EQ(remover().remove({"tree"}), RemovalOutcome::removed());
+    EXPECT_FALSE(exists(at("tree")));
+    EXPECT_EQ(listNames(elsewhere), (std::vector<std::string>{"d", "keep"}));
+    EXPECT_EQ(readFile(elsewhere + "/keep"), "not part of the item");
+    expectCanariesIntact();
+}
+
+// A chain of `depth` folders "d" below `top`, with files and folders beside
+// the chain at every level, so that some of them come after the chain in any
+// listing order.
+std::string makeChainWithSiblings(const std::string& top, int depth) {
+    const std::string deepest = makeChain(top, depth);
+    for (int level = 0; level <= depth; ++level) {
+        const std::string folder = chainPath(top, level);
+        for (int i = 0; i < 12; ++i) {
+            writeFile(folder + "/f" + std::to_string(i), "file");
+        }
+        for (int i = 0; i < 4; ++i) {
+            makeDirectories(folder + "/s" + std::to_string(i));
+            writeFile(folder + "/s" + std::to_string(i) + "/inner", "inner");
+        }
     }
-    EXPECT_TRUE(listNames(level14).empty());
+    return deepest;
+}
+
+ino_t inodeOf(int fd) {
+    struct stat st {};
+    return ::fstat(fd, &st) == 0 ? st.st_ino : 0;
+}
+
+ino_t inodeOf(const std::string& path) {
+    struct stat st {};
+    return ::lstat(path.c_str(), &st) == 0 ? st.st_ino : 0;
+}
+
+// The way back up through ".." fails (the descriptor limit, say): the folders
+// above are reached again from the item's parent, and the whole tree goes.
+TEST_F(TreeRemovalTest, FailedClimbThroughDotDotIsRecoveredFromAbove) {
+    makeChainWithSiblings(at("tree"), 24);
+    int climbs = 0;
+    hooks::failOpenat = [&](int, const std::string& name) {
+        if (name != "..") {
+            return 0;
+        }
+        ++climbs;
+        return EMFILE;
+    };
+    EXPECT_EQ(remover().remove({"tree"}), RemovalOutcome::removed());
+    EXPECT_GT(climbs, 0) << "the tree was not deep enough to climb through \"..\"";
+    EXPECT_FALSE(exists(at("tree")));
+    expectCanariesIntact();
+}
+
+// When a folder on the way back cannot be reached either way, its failure
+// names it (and with it everything it still holds), and the removal goes on
+// with everything above and beside it.
+TEST_F(TreeRemovalTest, UnreachableFolderIsNamedAndItsSiblingsAreStillRemoved) {
+    makeChainWithSiblings(at("tree"), 24);
+    const std::string level2 = chainPath(at("tree"), 2);
+    const std::string level3 = chainPath(at("tree"), 3);
+    const ino_t level2Inode = inodeOf(level2);
+    int opensOfLevel3 = 0;
+    hooks::failOpenat = [&](int dirFD, const std::string& name) {
+        if (name == "..") {
+            return EMFILE;
+        }
+        if (name == "d" && inodeOf(dirFD) == level2Inode && ++opensOfLevel3 > 1) {
+            return EIO;  // the first open lists it; every later one fails
+        }
+        return 0;
+    };
+    EXPECT_EQ(remover().remove({"tree"}),
+              RemovalOutcome::failed({RemovalFailure{level3, RemovalReason::system(EIO)}}));
+    // Above the folder that could not be reached, only the way down to it
+    // stays; every file and folder beside it is gone.
+    for (int depth = 0; depth <= 2; ++depth) {
+        EXPECT_EQ(listNames(chainPath(at("tree"), depth)), std::vector<std::string>{"d"})
+            << "depth " << depth;
+    }
+    EXPECT_TRUE(isDirectory(level3));
     expectCanariesIntact();
 }
 

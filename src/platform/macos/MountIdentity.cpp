@@ -4,12 +4,15 @@
 
 namespace removal {
 
-VolumeIdentity volumeOf(int /*fd*/, dev_t device) {
+std::variant<VolumeIdentity, RemovalReason> volumeOf(int /*fd*/, dev_t device) {
     return VolumeIdentity{device, std::nullopt};
 }
 
-bool isOtherVolume(int /*fd*/, dev_t device, const VolumeIdentity& anchor) {
-    return device != anchor.device;
+std::optional<RemovalReason> volumeProblem(int /*fd*/, dev_t device, const VolumeIdentity& anchor) {
+    if (device != anchor.device) {
+        return RemovalReason::crossesVolume();
+    }
+    return std::nullopt;
 }
 
 }  // namespace removal
