@@ -1,0 +1,385 @@
+#include "FaultScenario.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <sstream>
+#include <stdexcept>
+
+#include "Canaries.h"
+#include "ChildProcess.h"
+#include "DescriptorCheck.h"
+#include "Footprint.h"
+#include "platform/linux/FilePreferencesAccess.h"
+#include "platform/linux/InstalledAppVerifier.h"
+#include "platform/linux/WorkspaceProcessControl.h"
+#include "target/InventoryBuilder.h"
+
+namespace faulttest {
+namespace {
+
+using engine::UninstallOutcome;
+using removal::RemovalReason;
+using namespace std::chrono_literals;
+
+// A product identifier of this test process's own: the process adapter looks
+// at every process of the user, and test programs run side by side.
+const std::string kId = "io.tavio.Tavio.fault" + std::to_string(::getpid());
+constexpr const char* kHostID = "0123456789abcdef0123456789abcdef";
+
+// A case that has not finished in this long is taken for a hang.
+constexpr unsigned kCaseSeconds = 60;
+
+// The fixtures' own helpers report by throwing; so does a failed set-up here.
+[[noreturn]] void setUpFailed(const std::string& what) {
+    throw std::runtime_error(what);
+}
+
+bool isAncestor(const std::string& folder, const std::string& path) {
+    return path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
+           path[folder.size()] == '/';
+}
+
+std::optional<std::string> readAll(const std::string& path) {
+    return testsupport::exists(path) ? std::optional(testsupport::readFile(path)) : std::nullopt;
+}
+
+const char* stateName(target::ItemState::Kind kind) {
+    switch (kind) {
+        case target::ItemState::Kind::present: return "present";
+        case target::ItemState::Kind::absent: return "absent";
+        case target::ItemState::Kind::skipped: return "skipped";
+    }
+    return "?";
+}
+
+// Adds `path` and, when it is a folder (never through a link), everything
+// below it.
+void collect(const std::string& path, std::set<std::string>& into) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0) {
+        return;
+    }
+    into.insert(path);
+    if (!S_ISDIR(st.st_mode)) {
+        return;
+    }
+    for (const std::string& name : testsupport::listNames(path)) {
+        collect(path + "/" + name, into);
+    }
+}
+
+std::string serialize(const engine::UninstallReport& report) {
+    std::ostringstream out;
+    out << "outcome\t" << static_cast<int>(report.outcome) << "\n";
+    for (const auto& result : report.results) {
+        if (result.outcome.kind() != engine::ItemOutcome::Kind::failed) {
+            continue;
+        }
+        for (const auto& failure : result.outcome.failures()) {
+            out << "fail\t" << failure.path << "\t" << FaultScenario::reasonKey(failure.reason)
+                << "\n";
+        }
+    }
+    // A skipped row names its item's path, with the text as its reason.
+    for (const auto& result : report.results) {
+        if (result.outcome.kind() == engine::ItemOutcome::Kind::skipped) {
+            out << "fail\t" << result.item.path << "\t"
+                << FaultScenario::reasonKey(RemovalReason::other(result.outcome.reason())) << "\n";
+        }
+    }
+    return out.str();
+}
+
+std::string serialize(const target::Inventory& inventory) {
+    std::ostringstream out;
+    for (const auto& item : inventory.items) {
+        out << "state\t" << item.id << "\t" << stateName(item.state.kind()) << "\n";
+    }
+    return out.str();
+}
+
+CaseRun parse(const std::string& answer) {
+    CaseRun run;
+    run.finished = true;
+    std::istringstream in(answer);
+    std::string line;
+    while (std::getline(in, line)) {
+        std::istringstream fields(line);
+        std::string tag, first, second;
+        std::getline(fields, tag, '\t');
+        std::getline(fields, first, '\t');
+        std::getline(fields, second, '\t');
+        if (tag == "fired") {
+            run.fired = first == "1";
+        } else if (tag == "leaked") {
+            run.descriptorsLeaked = first == "1";
+        } else if (tag == "counts") {
+            std::istringstream numbers(first);
+            for (auto& count : run.counts) {
+                numbers >> count;
+            }
+        } else if (tag == "outcome") {
+            run.outcome = static_cast<UninstallOutcome>(std::stoi(first));
+        } else if (tag == "fail") {
+            run.failures.emplace_back(first, second);
+        } else if (tag == "state") {
+            run.states.emplace_back(first, second);
+        }
+    }
+    return run;
+}
+
+}  // namespace
+
+std::string FaultScenario::reasonKey(const RemovalReason& reason) {
+    const auto kind = reason.kind();
+    std::string key = std::to_string(static_cast<int>(kind));
+    if (kind == RemovalReason::Kind::system) {
+        key += ":" + std::to_string(reason.code());
+    } else if (kind == RemovalReason::Kind::other) {
+        key += ":" + reason.text();
+    }
+    return key;
+}
+
+FaultScenario::FaultScenario()
+    : home_(temp_ / "home"), apps_(temp_ / "Applications"), manifest_(temp_ / "canaries") {
+    footprint::FootprintOptions options;
+    options.home = home_;
+    options.applications = apps_;
+    options.playerPath = TAVIO_PLAYER_PATH;
+    options.hostID = kHostID;
+    options.identifier = kId;
+    options.appSizeMB = 0;
+    options.cacheFiles = 4;
+    options.largeCacheFiles = 1;
+    options.largeCacheFileMB = 0;
+    options.torrentCopies = 2;
+    const auto planted = footprint::plantFootprint(options);
+    if (const auto* error = std::get_if<std::string>(&planted)) {
+        setUpFailed("planting the footprint: " + *error);
+    }
+    locations_ = std::get<footprint::PlantedFootprint>(planted).locations;
+    if (const auto error = footprint::plantCanaries(home_, apps_, manifest_)) {
+        setUpFailed("planting the canaries: " + *error);
+    }
+    // A link out of the cache to the user's own videos: the link goes, the
+    // videos stay.
+    const std::string cache = home_ + "/Library/Caches/" + kId;
+    if (::symlink((home_ + "/Movies").c_str(), (cache + "/linked-videos").c_str()) != 0) {
+        setUpFailed("planting the link out of the cache");
+    }
+    for (const std::string& path : {home_ + "/Library/Preferences/" + kId + ".plist",
+                                     home_ + "/Library/Preferences/ByHost/" + kId + "." +
+                                         kHostID + ".plist"}) {
+        preferenceFiles_[path] = testsupport::readFile(path);
+    }
+    before_ = everythingBelow(temp_.path());
+}
+
+engine::UninstallEngine FaultScenario::engine() const {
+    auto context = target::UninstallContext::make(::getuid(), {home_, "alice"}, kId);
+    context.applicationDirectories = {apps_, home_ + "/Applications"};
+    return engine::UninstallEngine{
+        context,
+        std::make_shared<platform::WorkspaceProcessControl>(kId),
+        std::make_shared<platform::FilePreferencesAccess>(
+            home_,
+            std::vector<platform::PreferencesHost>{platform::PreferencesHost::anyHost,
+                                                   platform::PreferencesHost::currentHost},
+            kHostID, ::getuid()),
+        std::make_shared<platform::InstalledAppVerifier>(), 2s, 10ms};
+}
+
+CaseRun FaultScenario::run(Stage stage, const std::optional<faults::Fault>& fault) {
+    const engine::UninstallEngine uninstaller = engine();
+    const auto scan = [&] {
+        return target::InventoryBuilder{uninstaller.context, uninstaller.verifier,
+                                        uninstaller.preferences}
+            .build();
+    };
+    const auto answer = testsupport::runInChild([&]() -> std::string {
+        ::alarm(kCaseSeconds);
+        target::Inventory inventory = stage == Stage::uninstall ? scan() : target::Inventory{};
+        const auto descriptorsBefore = testsupport::openDescriptors();
+        std::string body;
+        faults::arm(fault);
+        if (stage == Stage::uninstall) {
+            body = serialize(uninstaller.run(inventory, [](const engine::UninstallEvent&) {}));
+        } else {
+            body = serialize(scan());
+        }
+        const faults::Counts counts = faults::disarm();
+        std::ostringstream out;
+        out << "fired\t" << faults::fired() << "\n";
+        out << "leaked\t" << (testsupport::openDescriptors() != descriptorsBefore) << "\n";
+        out << "counts\t";
+        for (const auto count : counts) {
+            out << count << " ";
+        }
+        out << "\n" << body;
+        return out.str();
+    });
+    if (!answer) {
+        CaseRun died;
+        died.died = "the run crashed, trapped or hung (no answer within " +
+                    std::to_string(kCaseSeconds) + " s)";
+        return died;
+    }
+    return parse(*answer);
+}
+
+std::set<std::string> FaultScenario::everythingBelow(const std::string& root) const {
+    std::set<std::string> paths;
+    collect(root, paths);
+    return paths;
+}
+
+// Every path of the footprint that is still on disk, through no link.
+std::vector<std::string> FaultScenario::leftovers() const {
+    std::set<std::string> found;
+    for (const std::string& location : locations_) {
+        collect(location, found);
+    }
+    return {found.begin(), found.end()};
+}
+
+std::vector<std::string> FaultScenario::problems(Stage stage,
+                                                 const std::optional<faults::Fault>& fault,
+                                                 const CaseRun& run) const {
+    std::vector<std::string> problems;
+    if (!run.finished) {
+        problems.push_back(run.died);
+        return problems;
+    }
+    if (run.descriptorsLeaked) {
+        problems.push_back("a descriptor was left open");
+    }
+    const auto canaries = footprint::checkCanaries(home_, apps_, manifest_);
+    const auto* check = std::get_if<footprint::CanaryCheck>(&canaries);
+    if (check == nullptr) {
+        problems.push_back("the canaries could not be checked: " + std::get<std::string>(canaries));
+    } else {
+        for (const auto& path : check->missing) {
+            problems.push_back("canary gone: " + path);
+        }
+        for (const auto& path : check->changed) {
+            problems.push_back("canary changed: " + path);
+        }
+    }
+    for (const std::string& path : everythingBelow(temp_.path())) {
+        if (!before_.contains(path)) {
+            problems.push_back("created: " + path);
+        }
+    }
+    for (const auto& [path, bytes] : preferenceFiles_) {
+        const auto now = readAll(path);
+        if (now && *now != bytes) {
+            problems.push_back("preferences file half written: " + path);
+        }
+    }
+    if (stage == Stage::uninstall) {
+        checkUninstall(fault, run, problems);
+    } else {
+        checkScan(fault, run, problems);
+    }
+    return problems;
+}
+
+void FaultScenario::checkUninstall(const std::optional<faults::Fault>& fault, const CaseRun& run,
+                                   std::vector<std::string>& problems) const {
+    const std::vector<std::string> left = leftovers();
+    const bool cleanRunExpected = !fault || !run.fired || fault->error == EINTR;
+    if (cleanRunExpected && (run.outcome != UninstallOutcome::completed || !left.empty())) {
+        problems.push_back(fault && run.fired ? "an interrupted call was not retried"
+                                              : "a run without a fault did not complete");
+    }
+    if (run.outcome == UninstallOutcome::completed) {
+        if (!left.empty()) {
+            problems.push_back("completed, but still on disk: " + left.front());
+        }
+        const engine::UninstallEngine uninstaller = engine();
+        const auto fresh = target::InventoryBuilder{uninstaller.context, uninstaller.verifier,
+                                                    uninstaller.preferences}
+                               .build();
+        for (const auto& item : fresh.items) {
+            if (item.state.kind() != target::ItemState::Kind::absent) {
+                problems.push_back("completed, but a fresh scan finds " + item.id);
+            }
+        }
+    }
+    // Each leftover is named by a failure at it, above it (a folder not
+    // entered) or below it (a folder kept); a preferences file by a failure
+    // of its domain or of its path.
+    for (const std::string& path : left) {
+        bool named = false;
+        for (const auto& [failed, reason] : run.failures) {
+            named = named || failed == path || isAncestor(failed, path) ||
+                    isAncestor(path, failed) ||
+                    (preferenceFiles_.contains(path) && failed == kId);
+        }
+        if (!named) {
+            problems.push_back("left on disk and not in the report: " + path);
+        }
+    }
+    // Reasons: what the failing call answered, or what the design says of a
+    // check that found the item still there or could not verify it.
+    std::set<std::string> allowed = {
+        reasonKey(RemovalReason::reappeared()),
+        reasonKey(RemovalReason::changedSinceVerification()),
+        reasonKey(RemovalReason::applicationRunning()),
+    };
+    if (fault && run.fired) {
+        allowed.insert(reasonKey(removal::reasonForErrno(fault->error)));
+        if (fault->error == ENOENT) {
+            // An entry taken for gone that was not leaves its folder full.
+            allowed.insert(reasonKey(removal::reasonForErrno(ENOTEMPTY)));
+        }
+    }
+    const std::string otherPrefix = reasonKey(RemovalReason::other("")).substr(0, 2);
+    for (const auto& [failed, reason] : run.failures) {
+        if (!allowed.contains(reason) && reason.rfind(otherPrefix, 0) != 0) {
+            problems.push_back("reported with a reason no failure gave: " + failed + " " + reason);
+        }
+    }
+}
+
+void FaultScenario::checkScan(const std::optional<faults::Fault>& fault, const CaseRun& run,
+                              std::vector<std::string>& problems) const {
+    const engine::UninstallEngine uninstaller = engine();
+    const auto truth = target::InventoryBuilder{uninstaller.context, uninstaller.verifier,
+                                                uninstaller.preferences}
+                           .build();
+    std::vector<std::pair<std::string, std::string>> expected;
+    for (const auto& item : truth.items) {
+        expected.emplace_back(item.id, stateName(item.state.kind()));
+    }
+    if (!fault || !run.fired || fault->error == EINTR) {
+        if (run.states != expected) {
+            problems.push_back(fault && run.fired ? "an interrupted call was not retried"
+                                                  : "a scan without a fault differs");
+        }
+        return;
+    }
+    if (run.states.size() != expected.size()) {
+        problems.push_back("the scan lists other items than a clean scan");
+        return;
+    }
+    // A failed look may leave an item skipped (with its reason), but it never
+    // makes something that is there look absent, except where the call itself
+    // said "no such file".
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        const auto& [id, state] = run.states[i];
+        if (id != expected[i].first) {
+            problems.push_back("the scan lists other items than a clean scan");
+        } else if (state == "absent" && expected[i].second != "absent" && fault->error != ENOENT) {
+            problems.push_back("a failed look made an item look absent: " + id);
+        } else if (state == "present" && expected[i].second != "present") {
+            problems.push_back("a failed look made an item look present: " + id);
+        }
+    }
+}
+
+}  // namespace faulttest

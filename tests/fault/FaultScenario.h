@@ -1,0 +1,71 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Faults.h"
+#include "TempDir.h"
+#include "engine/UninstallEngine.h"
+
+// One fault case over a whole uninstall, in a temporary home planted with
+// every category of Tavio's footprint (a sealed app copy, preferences in the
+// store, a link out of the cache to the user's videos) and canaries beside
+// every location. The run happens in a child process, so that a crash, a hang
+// or a leaked descriptor is the case's and not the test program's; the
+// checks happen in the parent, on the disk and a fresh scan, disarmed.
+namespace faulttest {
+
+// What a case runs armed: a whole uninstall, or only the scan that builds an
+// inventory.
+enum class Stage { uninstall, scan };
+
+// What the child saw: the report (or the inventory) as text, and how the run
+// ended.
+struct CaseRun {
+    bool finished = false;  // false: it crashed, hung or trapped
+    std::string died;       // how, when it did not finish
+    bool fired = false;     // the fault was reached
+    bool descriptorsLeaked = false;
+    faults::Counts counts{};
+    // Uninstall: the overall outcome and every failure of the report.
+    engine::UninstallOutcome outcome = engine::UninstallOutcome::completed;
+    std::vector<std::pair<std::string, std::string>> failures;  // path, reason key
+    // Scan: each item's id with its state ("present", "absent", "skipped").
+    std::vector<std::pair<std::string, std::string>> states;
+};
+
+class FaultScenario {
+public:
+    FaultScenario();
+
+    // Runs the stage in a child, armed with `fault` (or none, to count).
+    CaseRun run(Stage stage, const std::optional<faults::Fault>& fault);
+
+    // Everything that is wrong after `run`, one line each; empty when the
+    // case kept every promise.
+    std::vector<std::string> problems(Stage stage, const std::optional<faults::Fault>& fault,
+                                      const CaseRun& run) const;
+
+    // The key by which a reason is written in a CaseRun.
+    static std::string reasonKey(const removal::RemovalReason& reason);
+
+private:
+    engine::UninstallEngine engine() const;
+    std::vector<std::string> leftovers() const;
+    std::set<std::string> everythingBelow(const std::string& root) const;
+    void checkUninstall(const std::optional<faults::Fault>& fault, const CaseRun& run,
+                        std::vector<std::string>& problems) const;
+    void checkScan(const std::optional<faults::Fault>& fault, const CaseRun& run,
+                   std::vector<std::string>& problems) const;
+
+    testsupport::TempDir temp_;
+    std::string home_, apps_, manifest_;
+    std::vector<std::string> locations_;
+    std::map<std::string, std::string> preferenceFiles_;  // path, bytes as planted
+    std::set<std::string> before_;                        // every path below the temporary folder
+};
+
+}  // namespace faulttest

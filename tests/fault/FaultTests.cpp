@@ -1,0 +1,131 @@
+// Every call the core makes, made to fail one at a time with each errno it
+// can really return, over a whole uninstall and over a scan alone. Each case
+// runs in a child process on a freshly planted home; a failing case prints
+// the call, its occurrence and the errno, which is all it takes to replay it
+// (UT_FAULT=<call>:<occurrence>:<errno name> runs that one case alone).
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <sstream>
+
+#include "FaultScenario.h"
+
+using faults::Call;
+using faulttest::FaultScenario;
+using faulttest::Stage;
+
+namespace {
+
+// Calls made this many times or fewer are failed at every occurrence; more
+// frequent ones at an even spread of kSpread occurrences, first and last
+// included, unless every occurrence is asked for.
+constexpr std::uint64_t kEveryOccurrenceUpTo = 300;
+constexpr std::uint64_t kSpread = 200;
+
+bool exhaustive() {
+    const char* value = std::getenv("UT_FAULTS_EXHAUSTIVE");
+    return value != nullptr && std::string(value) == "1";
+}
+
+std::vector<std::uint64_t> occurrencesToFail(std::uint64_t count) {
+    std::vector<std::uint64_t> occurrences;
+    if (count <= kEveryOccurrenceUpTo || exhaustive()) {
+        for (std::uint64_t n = 1; n <= count; ++n) {
+            occurrences.push_back(n);
+        }
+        return occurrences;
+    }
+    for (std::uint64_t i = 0; i < kSpread; ++i) {
+        const std::uint64_t n = 1 + i * (count - 1) / (kSpread - 1);
+        if (occurrences.empty() || occurrences.back() != n) {
+            occurrences.push_back(n);
+        }
+    }
+    return occurrences;
+}
+
+std::string joined(const std::vector<std::string>& lines) {
+    std::ostringstream out;
+    for (const auto& line : lines) {
+        out << "\n    " << line;
+    }
+    return out.str();
+}
+
+struct Totals {
+    std::uint64_t cases = 0;
+    std::uint64_t failed = 0;
+};
+
+// Runs one case and records it; a failing case becomes a test failure that
+// names what to replay.
+void runCase(Stage stage, const faults::Fault& fault, Totals& totals) {
+    FaultScenario scenario;
+    const auto run = scenario.run(stage, fault);
+    const auto problems = scenario.problems(stage, fault, run);
+    ++totals.cases;
+    if (!problems.empty()) {
+        ++totals.failed;
+        ADD_FAILURE() << fault.describe() << (run.fired ? "" : " (not reached)")
+                      << joined(problems);
+    }
+}
+
+// How often the stage makes `call` when nothing fails, checked to be a clean
+// run first.
+std::uint64_t countCalls(Stage stage, Call call) {
+    FaultScenario scenario;
+    const auto run = scenario.run(stage, std::nullopt);
+    const auto problems = scenario.problems(stage, std::nullopt, run);
+    EXPECT_TRUE(problems.empty()) << "without a fault:" << joined(problems);
+    return run.counts[static_cast<std::size_t>(call)];
+}
+
+void failEveryOccurrence(Stage stage, Call call) {
+    const std::uint64_t count = countCalls(stage, call);
+    ASSERT_GT(count, 0u) << faults::nameOf(call) << " is not made here any more";
+    Totals totals;
+    for (const std::uint64_t occurrence : occurrencesToFail(count)) {
+        for (const int error : faults::realisticErrors(call)) {
+            runCase(stage, faults::Fault{call, occurrence, error}, totals);
+        }
+    }
+    std::cout << faults::nameOf(call) << ": " << count << " calls\n"
+              << totals.cases << " fault cases, " << totals.failed << " failed" << std::endl;
+}
+
+std::string paramName(const ::testing::TestParamInfo<Call>& info) {
+    return faults::nameOf(info.param);
+}
+
+// The calls a whole uninstall makes when Tavio is not running.
+const std::vector<Call> kUninstallCalls = {
+    Call::open,   Call::openat,    Call::fstatat, Call::statx,    Call::fstat,
+    Call::lstat,  Call::opendir,   Call::fdopendir, Call::readdir, Call::unlinkat,
+    Call::close,  Call::read,      Call::write,   Call::fsync,    Call::renameat,
+    Call::fchmod, Call::fcntl,     Call::readlinkat, Call::getrandom,
+};
+
+// The calls a scan makes.
+const std::vector<Call> kScanCalls = {
+    Call::open,  Call::openat, Call::fstatat, Call::fstat, Call::lstat,      Call::opendir,
+    Call::fdopendir, Call::readdir, Call::close, Call::read, Call::fcntl, Call::readlinkat,
+};
+
+class UninstallFaultTest : public ::testing::TestWithParam<Call> {};
+class ScanFaultTest : public ::testing::TestWithParam<Call> {};
+
+TEST_P(UninstallFaultTest, EveryFailingCallKeepsTheReportHonestAndLosesNothing) {
+    failEveryOccurrence(Stage::uninstall, GetParam());
+}
+
+TEST_P(ScanFaultTest, EveryFailingCallGivesAnHonestInventory) {
+    failEveryOccurrence(Stage::scan, GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, UninstallFaultTest, ::testing::ValuesIn(kUninstallCalls),
+                         paramName);
+INSTANTIATE_TEST_SUITE_P(Calls, ScanFaultTest, ::testing::ValuesIn(kScanCalls), paramName);
+
+}  // namespace
