@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "removal/DirectoryOpen.h"
+#include "removal/SystemCalls.h"
 #include "removal/Trap.h"
 #include "removal/TreeRemoval.h"
 
@@ -64,7 +65,7 @@ std::variant<UniqueFd, RemovalFailure> SafeRemover::openAnchor(struct stat& anch
             // A missing anchor means a missing item; /dev/null keeps the walk's
             // shape (there is always an anchor descriptor) without a special case.
             anchorStat = {};
-            return UniqueFd(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+            return UniqueFd(sys::open("/dev/null", O_RDONLY | O_CLOEXEC));
         }
         return RemovalFailure{anchorPath, reasonForErrno(error)};
     }

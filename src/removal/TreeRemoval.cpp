@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "removal/DirectoryOpen.h"
+#include "removal/SystemCalls.h"
 #include "removal/UniqueFd.h"
 
 namespace removal {
@@ -266,7 +267,7 @@ int TreeRemoval::reachParent() {
 // trusted only when it leads back to the very folder that was listed. Reports
 // nothing: a way that fails is followed by the careful one.
 bool TreeRemoval::reopenThroughDotDot(const Level& done, Level& parent) {
-    UniqueFd reopened(::openat(done.fd.get(), "..", kDirectoryFlags));
+    UniqueFd reopened(sys::openat(done.fd.get(), "..", kDirectoryFlags));
     struct stat st {};
     if (!reopened || ::fstat(reopened.get(), &st) != 0 ||
         FileIdentity{st.st_dev, st.st_ino} != parent.identity) {

@@ -5,6 +5,7 @@
 
 #include <optional>
 
+#include "removal/SystemCalls.h"
 #include "target/PropertyList.h"
 
 namespace target {
@@ -19,7 +20,7 @@ removal::UniqueFd openRealFolder(int parentFD, const char* name) {
     if (::fstatat(parentFD, name, &seen, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(seen.st_mode)) {
         return {};
     }
-    removal::UniqueFd folder(::openat(parentFD, name, kFolderFlags));
+    removal::UniqueFd folder(sys::openat(parentFD, name, kFolderFlags));
     struct stat opened {};
     if (!folder || ::fstat(folder.get(), &opened) != 0 || opened.st_dev != seen.st_dev ||
         opened.st_ino != seen.st_ino) {
@@ -70,8 +71,9 @@ std::optional<AppVerificationProblem> checkContents(int contentsFD,
 }  // namespace
 
 std::variant<AppBundleLayout, AppVerificationProblem> AppBundleLayout::open(
-    const std::string& bundlePath, const std::string& expectedIdentifier) {
-    removal::UniqueFd bundle(::open(bundlePath.c_str(), kFolderFlags));
+    const std::string& bundlePath,
+    const std::string& expectedIdentifier) {
+    removal::UniqueFd bundle(sys::open(bundlePath.c_str(), kFolderFlags));
     if (!bundle) {
         return AppVerificationProblem::notAnAppBundle();
     }

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "removal/SystemCalls.h"
 #include "removal/UniqueFd.h"
 
 namespace target {
@@ -50,7 +51,7 @@ MainBundle MainBundle::load(const std::string& path) {
         return MainBundle(std::nullopt);
     }
     const removal::UniqueFd folderFD(
-        ::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        sys::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folderFD) {
         return MainBundle(std::nullopt);
     }

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "removal/SystemCalls.h"
 #include "removal/Trap.h"
 #include "removal/UniqueFd.h"
 #include "target/PropertyListShape.h"
@@ -47,7 +48,7 @@ bool readUpTo(int fd, std::size_t limit, std::size_t sizeHint, std::string& byte
     bytes.reserve(std::min(sizeHint, limit) + 1);
     char buffer[64 * 1024];
     while (bytes.size() <= limit) {
-        const ssize_t n = ::read(fd, buffer, sizeof buffer);
+        const ssize_t n = sys::read(fd, buffer, sizeof buffer);
         if (n < 0 && errno == EINTR) {
             continue;
         }
@@ -106,8 +107,8 @@ PropertyList::ReadResult PropertyList::readAt(int directoryFD, std::string_view 
     }
     // Non-blocking in case something else was swapped in since the look;
     // readFrom() checks the type again on the descriptor.
-    const removal::UniqueFd fd(::openat(directoryFD, path.c_str(),
-                                        O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+    const removal::UniqueFd fd(sys::openat(
+        directoryFD, path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
     if (!fd) {
         return failureForErrno(errno);
     }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <sstream>
 #include <stdexcept>
 
@@ -47,9 +48,12 @@ std::optional<std::string> readAll(const std::string& path) {
 
 const char* stateName(target::ItemState::Kind kind) {
     switch (kind) {
-        case target::ItemState::Kind::present: return "present";
-        case target::ItemState::Kind::absent: return "absent";
-        case target::ItemState::Kind::skipped: return "skipped";
+        case target::ItemState::Kind::present:
+            return "present";
+        case target::ItemState::Kind::absent:
+            return "absent";
+        case target::ItemState::Kind::skipped:
+            return "skipped";
     }
     return "?";
 }
@@ -98,6 +102,20 @@ std::string serialize(const target::Inventory& inventory) {
         out << "state\t" << item.id << "\t" << stateName(item.state.kind()) << "\n";
     }
     return out.str();
+}
+
+// The store as the program makes it, for this home.
+std::shared_ptr<platform::FilePreferencesAccess> storeFor(const std::string& home) {
+    return std::make_shared<platform::FilePreferencesAccess>(
+        home,
+        std::vector<platform::PreferencesHost>{platform::PreferencesHost::anyHost,
+                                               platform::PreferencesHost::currentHost},
+        kHostID, ::getuid());
+}
+
+// The rewrite stage takes the first half of the keys away.
+std::vector<std::string> firstHalf(const std::vector<std::string>& keys) {
+    return {keys.begin(), keys.begin() + static_cast<std::ptrdiff_t>(keys.size() / 2)};
 }
 
 CaseRun parse(const std::string& answer) {
@@ -171,10 +189,14 @@ FaultScenario::FaultScenario()
     if (::symlink((home_ + "/Movies").c_str(), (cache + "/linked-videos").c_str()) != 0) {
         setUpFailed("planting the link out of the cache");
     }
-    for (const std::string& path : {home_ + "/Library/Preferences/" + kId + ".plist",
-                                     home_ + "/Library/Preferences/ByHost/" + kId + "." +
-                                         kHostID + ".plist"}) {
+    for (const std::string& path :
+         {home_ + "/Library/Preferences/" + kId + ".plist",
+          home_ + "/Library/Preferences/ByHost/" + kId + "." + kHostID + ".plist"}) {
         preferenceFiles_[path] = testsupport::readFile(path);
+    }
+    anyHostKeys_ = storeFor(home_)->keys(kId, platform::PreferencesHost::anyHost);
+    if (anyHostKeys_.size() < 2) {
+        setUpFailed("the planted preferences hold fewer than two keys");
     }
     before_ = everythingBelow(temp_.path());
 }
@@ -182,15 +204,12 @@ FaultScenario::FaultScenario()
 engine::UninstallEngine FaultScenario::engine() const {
     auto context = target::UninstallContext::make(::getuid(), {home_, "alice"}, kId);
     context.applicationDirectories = {apps_, home_ + "/Applications"};
-    return engine::UninstallEngine{
-        context,
-        std::make_shared<platform::WorkspaceProcessControl>(kId),
-        std::make_shared<platform::FilePreferencesAccess>(
-            home_,
-            std::vector<platform::PreferencesHost>{platform::PreferencesHost::anyHost,
-                                                   platform::PreferencesHost::currentHost},
-            kHostID, ::getuid()),
-        std::make_shared<platform::InstalledAppVerifier>(), 2s, 10ms};
+    return engine::UninstallEngine{context,
+                                   std::make_shared<platform::WorkspaceProcessControl>(kId),
+                                   storeFor(home_),
+                                   std::make_shared<platform::InstalledAppVerifier>(),
+                                   2s,
+                                   10ms};
 }
 
 CaseRun FaultScenario::run(Stage stage, const std::optional<faults::Fault>& fault) {
@@ -206,10 +225,17 @@ CaseRun FaultScenario::run(Stage stage, const std::optional<faults::Fault>& faul
         const auto descriptorsBefore = testsupport::openDescriptors();
         std::string body;
         faults::arm(fault);
-        if (stage == Stage::uninstall) {
-            body = serialize(uninstaller.run(inventory, [](const engine::UninstallEvent&) {}));
-        } else {
-            body = serialize(scan());
+        switch (stage) {
+            case Stage::uninstall:
+                body = serialize(uninstaller.run(inventory, [](const engine::UninstallEvent&) {}));
+                break;
+            case Stage::scan:
+                body = serialize(scan());
+                break;
+            case Stage::rewrite:
+                storeFor(home_)->removeKeys(kId, platform::PreferencesHost::anyHost,
+                                            firstHalf(anyHostKeys_));
+                break;
         }
         const faults::Counts counts = faults::disarm();
         std::ostringstream out;
@@ -274,6 +300,10 @@ std::vector<std::string> FaultScenario::problems(Stage stage,
             problems.push_back("created: " + path);
         }
     }
+    if (stage == Stage::rewrite) {
+        checkRewrite(run, problems);
+        return problems;
+    }
     for (const auto& [path, bytes] : preferenceFiles_) {
         const auto now = readAll(path);
         if (now && *now != bytes) {
@@ -288,7 +318,8 @@ std::vector<std::string> FaultScenario::problems(Stage stage,
     return problems;
 }
 
-void FaultScenario::checkUninstall(const std::optional<faults::Fault>& fault, const CaseRun& run,
+void FaultScenario::checkUninstall(const std::optional<faults::Fault>& fault,
+                                   const CaseRun& run,
                                    std::vector<std::string>& problems) const {
     const std::vector<std::string> left = leftovers();
     const bool cleanRunExpected = !fault || !run.fired || fault->error == EINTR;
@@ -317,8 +348,7 @@ void FaultScenario::checkUninstall(const std::optional<faults::Fault>& fault, co
         bool named = false;
         for (const auto& [failed, reason] : run.failures) {
             named = named || failed == path || isAncestor(failed, path) ||
-                    isAncestor(path, failed) ||
-                    (preferenceFiles_.contains(path) && failed == kId);
+                    isAncestor(path, failed) || (preferenceFiles_.contains(path) && failed == kId);
         }
         if (!named) {
             problems.push_back("left on disk and not in the report: " + path);
@@ -346,12 +376,42 @@ void FaultScenario::checkUninstall(const std::optional<faults::Fault>& fault, co
     }
 }
 
-void FaultScenario::checkScan(const std::optional<faults::Fault>& fault, const CaseRun& run,
+// The file that kept some keys is either exactly as it was, or holds exactly
+// the other keys (read back through the store, in either format); the other
+// host's file is untouched. A rewrite that did not happen is not reported by
+// the store: the final check of an uninstall is what finds keys still there.
+void FaultScenario::checkRewrite(const CaseRun& run, std::vector<std::string>& problems) const {
+    const std::string anyHostPath = home_ + "/Library/Preferences/" + kId + ".plist";
+    const std::string& planted = preferenceFiles_.at(anyHostPath);
+    for (const auto& [path, bytes] : preferenceFiles_) {
+        if (path != anyHostPath && readAll(path) != bytes) {
+            problems.push_back("the other host's preferences changed: " + path);
+        }
+    }
+    if (readAll(anyHostPath) == planted) {
+        return;
+    }
+    std::vector<std::string> expected(
+        anyHostKeys_.begin() + static_cast<std::ptrdiff_t>(anyHostKeys_.size() / 2),
+        anyHostKeys_.end());
+    std::vector<std::string> now = storeFor(home_)->keys(kId, platform::PreferencesHost::anyHost);
+    std::sort(expected.begin(), expected.end());
+    std::sort(now.begin(), now.end());
+    if (now != expected) {
+        problems.push_back("preferences file half written: " + anyHostPath);
+    }
+    if (!run.finished) {
+        problems.push_back("the rewrite did not finish");
+    }
+}
+
+void FaultScenario::checkScan(const std::optional<faults::Fault>& fault,
+                              const CaseRun& run,
                               std::vector<std::string>& problems) const {
     const engine::UninstallEngine uninstaller = engine();
-    const auto truth = target::InventoryBuilder{uninstaller.context, uninstaller.verifier,
-                                                uninstaller.preferences}
-                           .build();
+    const auto truth =
+        target::InventoryBuilder{uninstaller.context, uninstaller.verifier, uninstaller.preferences}
+            .build();
     std::vector<std::pair<std::string, std::string>> expected;
     for (const auto& item : truth.items) {
         expected.emplace_back(item.id, stateName(item.state.kind()));
@@ -363,21 +423,27 @@ void FaultScenario::checkScan(const std::optional<faults::Fault>& fault, const C
         }
         return;
     }
-    if (run.states.size() != expected.size()) {
-        problems.push_back("the scan lists other items than a clean scan");
-        return;
-    }
-    // A failed look may leave an item skipped (with its reason), but it never
-    // makes something that is there look absent, except where the call itself
-    // said "no such file".
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        const auto& [id, state] = run.states[i];
-        if (id != expected[i].first) {
-            problems.push_back("the scan lists other items than a clean scan");
-        } else if (state == "absent" && expected[i].second != "absent" && fault->error != ENOENT) {
+    // A failed look may leave an item skipped (with its reason), or add a
+    // skipped row for a place it could not look into, but it never makes
+    // something that is there look absent, except where the call itself said
+    // "no such file", and never makes anything look present.
+    const std::map<std::string, std::string> clean(expected.begin(), expected.end());
+    std::set<std::string> listed;
+    for (const auto& [id, state] : run.states) {
+        listed.insert(id);
+        const auto found = clean.find(id);
+        const std::string truth = found == clean.end() ? "absent" : found->second;
+        if (found == clean.end() && state != "skipped") {
+            problems.push_back("a failed look added an item that is not skipped: " + id);
+        } else if (state == "absent" && truth != "absent" && fault->error != ENOENT) {
             problems.push_back("a failed look made an item look absent: " + id);
-        } else if (state == "present" && expected[i].second != "present") {
+        } else if (state == "present" && truth != "present") {
             problems.push_back("a failed look made an item look present: " + id);
+        }
+    }
+    for (const auto& [id, state] : expected) {
+        if (!listed.contains(id) && state != "absent") {
+            problems.push_back("a failed look dropped an item: " + id);
         }
     }
 }

@@ -18,9 +18,10 @@
 // checks happen in the parent, on the disk and a fresh scan, disarmed.
 namespace faulttest {
 
-// What a case runs armed: a whole uninstall, or only the scan that builds an
-// inventory.
-enum class Stage { uninstall, scan };
+// What a case runs armed: a whole uninstall, only the scan that builds an
+// inventory, or the preferences store's rewrite of a file that keeps some of
+// its keys (which an uninstall, taking every key, never needs).
+enum class Stage { uninstall, scan, rewrite };
 
 // What the child saw: the report (or the inventory) as text, and how the run
 // ended.
@@ -38,7 +39,7 @@ struct CaseRun {
 };
 
 class FaultScenario {
-public:
+  public:
     FaultScenario();
 
     // Runs the stage in a child, armed with `fault` (or none, to count).
@@ -46,25 +47,30 @@ public:
 
     // Everything that is wrong after `run`, one line each; empty when the
     // case kept every promise.
-    std::vector<std::string> problems(Stage stage, const std::optional<faults::Fault>& fault,
+    std::vector<std::string> problems(Stage stage,
+                                      const std::optional<faults::Fault>& fault,
                                       const CaseRun& run) const;
 
     // The key by which a reason is written in a CaseRun.
     static std::string reasonKey(const removal::RemovalReason& reason);
 
-private:
+  private:
     engine::UninstallEngine engine() const;
     std::vector<std::string> leftovers() const;
     std::set<std::string> everythingBelow(const std::string& root) const;
-    void checkUninstall(const std::optional<faults::Fault>& fault, const CaseRun& run,
+    void checkUninstall(const std::optional<faults::Fault>& fault,
+                        const CaseRun& run,
                         std::vector<std::string>& problems) const;
-    void checkScan(const std::optional<faults::Fault>& fault, const CaseRun& run,
+    void checkRewrite(const CaseRun& run, std::vector<std::string>& problems) const;
+    void checkScan(const std::optional<faults::Fault>& fault,
+                   const CaseRun& run,
                    std::vector<std::string>& problems) const;
 
     testsupport::TempDir temp_;
     std::string home_, apps_, manifest_;
     std::vector<std::string> locations_;
     std::map<std::string, std::string> preferenceFiles_;  // path, bytes as planted
+    std::vector<std::string> anyHostKeys_;                // as planted, in order
     std::set<std::string> before_;                        // every path below the temporary folder
 };
 

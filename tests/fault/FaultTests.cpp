@@ -101,20 +101,26 @@ std::string paramName(const ::testing::TestParamInfo<Call>& info) {
 
 // The calls a whole uninstall makes when Tavio is not running.
 const std::vector<Call> kUninstallCalls = {
-    Call::open,   Call::openat,    Call::fstatat, Call::statx,    Call::fstat,
-    Call::lstat,  Call::opendir,   Call::fdopendir, Call::readdir, Call::unlinkat,
-    Call::close,  Call::read,      Call::write,   Call::fsync,    Call::renameat,
-    Call::fchmod, Call::fcntl,     Call::readlinkat, Call::getrandom,
+    Call::open,  Call::openat,  Call::fstatat,   Call::statx,   Call::fstat,
+    Call::lstat, Call::opendir, Call::fdopendir, Call::readdir, Call::unlinkat,
+    Call::close, Call::read,    Call::fsync,     Call::fcntl,   Call::readlinkat,
+};
+
+// The calls of a preferences file's rewrite.
+const std::vector<Call> kRewriteCalls = {
+    Call::open,   Call::openat, Call::fstatat,  Call::fstat, Call::read,      Call::write,
+    Call::fchmod, Call::fsync,  Call::renameat, Call::close, Call::getrandom,
 };
 
 // The calls a scan makes.
 const std::vector<Call> kScanCalls = {
-    Call::open,  Call::openat, Call::fstatat, Call::fstat, Call::lstat,      Call::opendir,
-    Call::fdopendir, Call::readdir, Call::close, Call::read, Call::fcntl, Call::readlinkat,
+    Call::open,    Call::openat, Call::fstatat, Call::fstat, Call::lstat,      Call::fdopendir,
+    Call::readdir, Call::close,  Call::read,    Call::fcntl, Call::readlinkat,
 };
 
 class UninstallFaultTest : public ::testing::TestWithParam<Call> {};
 class ScanFaultTest : public ::testing::TestWithParam<Call> {};
+class RewriteFaultTest : public ::testing::TestWithParam<Call> {};
 
 TEST_P(UninstallFaultTest, EveryFailingCallKeepsTheReportHonestAndLosesNothing) {
     failEveryOccurrence(Stage::uninstall, GetParam());
@@ -124,8 +130,15 @@ TEST_P(ScanFaultTest, EveryFailingCallGivesAnHonestInventory) {
     failEveryOccurrence(Stage::scan, GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(Calls, UninstallFaultTest, ::testing::ValuesIn(kUninstallCalls),
+INSTANTIATE_TEST_SUITE_P(Calls,
+                         UninstallFaultTest,
+                         ::testing::ValuesIn(kUninstallCalls),
                          paramName);
+TEST_P(RewriteFaultTest, EveryFailingCallLeavesThePreferencesWholeOrRewritten) {
+    failEveryOccurrence(Stage::rewrite, GetParam());
+}
+
 INSTANTIATE_TEST_SUITE_P(Calls, ScanFaultTest, ::testing::ValuesIn(kScanCalls), paramName);
+INSTANTIATE_TEST_SUITE_P(Calls, RewriteFaultTest, ::testing::ValuesIn(kRewriteCalls), paramName);
 
 }  // namespace

@@ -16,9 +16,29 @@ namespace faults {
 namespace {
 
 constexpr std::array<const char*, kCallCount> kNames = {
-    "open",  "openat", "fstatat", "statx",    "fstat",    "lstat",     "opendir",    "fdopendir",
-    "readdir", "unlinkat", "close", "read",   "write",    "fsync",     "renameat",   "mkdirat",
-    "fchmod", "fcntl", "readlink", "readlinkat", "getrandom", "pidfd_open", "pidfd_send_signal",
+    "open",
+    "openat",
+    "fstatat",
+    "statx",
+    "fstat",
+    "lstat",
+    "opendir",
+    "fdopendir",
+    "readdir",
+    "unlinkat",
+    "close",
+    "read",
+    "write",
+    "fsync",
+    "renameat",
+    "mkdirat",
+    "fchmod",
+    "fcntl",
+    "readlink",
+    "readlinkat",
+    "getrandom",
+    "pidfd_open",
+    "pidfd_send_signal",
 };
 
 std::atomic<bool> armed{false};
@@ -45,7 +65,8 @@ std::vector<int> realisticErrors(Call call) {
     switch (call) {
         case Call::open:
         case Call::openat:
-            return {EACCES, EPERM, EROFS, EIO, ENOMEM, EMFILE, ENFILE, ENOSPC, EBUSY, EINTR, ENOENT};
+            return {EACCES, EPERM,  EROFS, EIO,   ENOMEM, EMFILE,
+                    ENFILE, ENOSPC, EBUSY, EINTR, ENOENT};
         case Call::opendir:
             return {EACCES, ENOMEM, EMFILE, ENFILE, ENOENT, EIO};
         case Call::fdopendir:

@@ -20,11 +20,11 @@ using namespace std::chrono_literals;
 namespace {
 
 class QuitWaitTimingTest : public ::testing::Test {
-protected:
+  protected:
     // The engine exactly as the program builds it, with a scripted Tavio.
     UninstallReport runWith(const std::shared_ptr<FakeProcesses>& processes) {
-        auto context = target::UninstallContext::make(::getuid(), {"/nonexistent", "alice"},
-                                                      "io.tavio.Tavio");
+        auto context =
+            target::UninstallContext::make(::getuid(), {"/nonexistent", "alice"}, "io.tavio.Tavio");
         context.applicationDirectories = {};
         engine::UninstallEngine uninstaller = app::makeSystemEngine(context);
         uninstaller.processes = processes;

@@ -122,7 +122,9 @@ int __wrap_clock_gettime(clockid_t clock, timespec* value) {
 
 // The timed wait returns at once, timed out, with the virtual time moved by
 // the length that was asked for (the deadline less the virtual time now).
-int __wrap_pthread_cond_clockwait(pthread_cond_t* cond, pthread_mutex_t* mutex, clockid_t clock,
+int __wrap_pthread_cond_clockwait(pthread_cond_t* cond,
+                                  pthread_mutex_t* mutex,
+                                  clockid_t clock,
                                   const timespec* deadline) {
     auto& s = state();
     {

@@ -15,7 +15,7 @@
 namespace faults {
 
 class VirtualClock {
-public:
+  public:
     using Nanoseconds = std::chrono::nanoseconds;
 
     // Decides how far one sleep moves the virtual time, given the length the

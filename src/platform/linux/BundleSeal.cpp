@@ -8,6 +8,7 @@
 
 #include "platform/linux/BundleWalk.h"
 #include "platform/linux/FileDigest.h"
+#include "removal/SystemCalls.h"
 #include "removal/UniqueFd.h"
 
 namespace platform {
@@ -24,7 +25,7 @@ struct Expected {
 };
 
 removal::UniqueFd openFolder(int parentFD, const std::string& name) {
-    return removal::UniqueFd(::openat(parentFD, name.c_str(), kFolderFlags));
+    return removal::UniqueFd(sys::openat(parentFD, name.c_str(), kFolderFlags));
 }
 
 std::string asText(const Sha256& digest) {
@@ -125,7 +126,7 @@ bool sealIsValid(int bundleFD, int contentsFD, const std::string& expectedIdenti
 }
 
 bool sealIsValid(const std::string& bundlePath, const std::string& expectedIdentifier) {
-    const removal::UniqueFd bundle(::open(bundlePath.c_str(), kFolderFlags));
+    const removal::UniqueFd bundle(sys::open(bundlePath.c_str(), kFolderFlags));
     if (!bundle) {
         return false;
     }

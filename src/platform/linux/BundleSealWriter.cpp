@@ -12,6 +12,7 @@
 #include "platform/linux/BundleWalk.h"
 #include "platform/linux/FileDigest.h"
 #include "platform/linux/WriteAll.h"
+#include "removal/SystemCalls.h"
 #include "removal/UniqueFd.h"
 
 namespace platform {
@@ -47,9 +48,9 @@ std::optional<plist_t> listContents(int contentsFD) {
                     plist_free(item);
                     return false;
                 }
-                plist_dict_set_item(item, "hash2",
-                                    plist_new_data(reinterpret_cast<const char*>(sha->data()),
-                                                   sha->size()));
+                plist_dict_set_item(
+                    item, "hash2",
+                    plist_new_data(reinterpret_cast<const char*>(sha->data()), sha->size()));
             }
             plist_dict_set_item(files, entry.path.c_str(), item);
             return true;
@@ -63,11 +64,12 @@ std::optional<plist_t> listContents(int contentsFD) {
 }
 
 // Writes the seal beside the old one, then renames it into place.
-std::optional<SealError> replaceSeal(int sealFolderFD, const std::string& bytes,
+std::optional<SealError> replaceSeal(int sealFolderFD,
+                                     const std::string& bytes,
                                      const std::string& sealFolderPath) {
-    const removal::UniqueFd file(
-        ::openat(sealFolderFD, kTemporarySeal.c_str(),
-                 O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+    const removal::UniqueFd file(sys::openat(sealFolderFD, kTemporarySeal.c_str(),
+                                             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                                             0644));
     if (!file) {
         return systemError("cannot create", sealFolderPath + "/" + kTemporarySeal);
     }
@@ -88,13 +90,12 @@ std::optional<SealError> replaceSeal(int sealFolderFD, const std::string& bytes,
 
 // Opens (creating it if needed) the seal's folder, without a half-written
 // seal left by an interrupted run.
-std::variant<removal::UniqueFd, SealError> openSealFolder(int contentsFD,
-                                                          const std::string& path) {
+std::variant<removal::UniqueFd, SealError> openSealFolder(int contentsFD, const std::string& path) {
     const std::string name(kSealFolder);
     if (::mkdirat(contentsFD, name.c_str(), 0755) != 0 && errno != EEXIST) {
         return systemError("cannot create", path);
     }
-    removal::UniqueFd folder(::openat(contentsFD, name.c_str(), kFolderFlags));
+    removal::UniqueFd folder(sys::openat(contentsFD, name.c_str(), kFolderFlags));
     if (!folder) {
         return systemError("cannot open the folder", path);
     }
@@ -106,16 +107,17 @@ std::variant<removal::UniqueFd, SealError> openSealFolder(int contentsFD,
 
 }  // namespace
 
-std::optional<SealError> writeSeal(const std::string& bundlePath, const std::string& identifier,
+std::optional<SealError> writeSeal(const std::string& bundlePath,
+                                   const std::string& identifier,
                                    target::PropertyList::Format format) {
-    const removal::UniqueFd bundle(::open(bundlePath.c_str(), kFolderFlags));
+    const removal::UniqueFd bundle(sys::open(bundlePath.c_str(), kFolderFlags));
     if (!bundle) {
         return systemError("cannot open the bundle", bundlePath);
     }
     if (!BundleWalk::holdsOnly(bundle.get(), kContents)) {
         return SealError{"the top level of " + bundlePath + " must hold nothing but Contents"};
     }
-    const removal::UniqueFd contents(::openat(bundle.get(), kContents.c_str(), kFolderFlags));
+    const removal::UniqueFd contents(sys::openat(bundle.get(), kContents.c_str(), kFolderFlags));
     if (!contents) {
         return systemError("cannot open the folder", bundlePath + "/Contents");
     }
@@ -137,8 +139,8 @@ std::optional<SealError> writeSeal(const std::string& bundlePath, const std::str
     if (!bytes) {
         return SealError{"cannot write the seal as a property list"};
     }
-    if (auto error = replaceSeal(std::get<removal::UniqueFd>(sealFolder).get(), *bytes,
-                                 sealFolderPath)) {
+    if (auto error =
+            replaceSeal(std::get<removal::UniqueFd>(sealFolder).get(), *bytes, sealFolderPath)) {
         return error;
     }
     // A name that is not valid UTF-8 cannot be stored faithfully in a property

@@ -9,6 +9,7 @@
 #include <optional>
 #include <vector>
 
+#include "removal/SystemCalls.h"
 #include "removal/UniqueFd.h"
 
 namespace platform {
@@ -53,16 +54,23 @@ std::optional<std::string> linkTargetOf(int folderFD, const std::string& name, o
 
 using Visitor = std::function<bool(const VisitedEntry&)>;
 
-bool walkFolder(int folderFD, const std::string& prefix, int depth, const Visitor& visit,
+bool walkFolder(int folderFD,
+                const std::string& prefix,
+                int depth,
+                const Visitor& visit,
                 BundleEntries& entries);
 
-bool enterFolder(int folderFD, const std::string& name, const struct stat& status,
-                 const std::string& path, int depth, const Visitor& visit,
+bool enterFolder(int folderFD,
+                 const std::string& name,
+                 const struct stat& status,
+                 const std::string& path,
+                 int depth,
+                 const Visitor& visit,
                  BundleEntries& entries) {
     if (depth >= BundleWalk::kDepthLimit) {
         return false;
     }
-    const removal::UniqueFd child(::openat(
+    const removal::UniqueFd child(sys::openat(
         folderFD, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
     struct stat opened {};
     if (!child || ::fstat(child.get(), &opened) != 0 || opened.st_dev != status.st_dev ||
@@ -72,7 +80,10 @@ bool enterFolder(int folderFD, const std::string& name, const struct stat& statu
     return walkFolder(child.get(), path, depth + 1, visit, entries);
 }
 
-bool walkFolder(int folderFD, const std::string& prefix, int depth, const Visitor& visit,
+bool walkFolder(int folderFD,
+                const std::string& prefix,
+                int depth,
+                const Visitor& visit,
                 BundleEntries& entries) {
     const auto names = namesIn(folderFD);
     if (!names) {
@@ -161,7 +172,8 @@ bool staysInsideAsText(const std::string& linkPath, const std::string& target) {
 
 // The link resolved as the system would, following the bundle's other links.
 // Resolution ends harmlessly at a missing entry or at a file.
-bool staysInsideResolved(const std::string& linkPath, const std::string& target,
+bool staysInsideResolved(const std::string& linkPath,
+                         const std::string& target,
                          const BundleEntries& entries) {
     std::vector<std::string> at = folderOfLink(linkPath);
     const std::vector<std::string> first = split(target);
@@ -199,7 +211,8 @@ bool staysInsideResolved(const std::string& linkPath, const std::string& target,
 
 }  // namespace
 
-bool BundleWalk::walk(int contentsFD, const std::function<bool(const VisitedEntry&)>& visit,
+bool BundleWalk::walk(int contentsFD,
+                      const std::function<bool(const VisitedEntry&)>& visit,
                       BundleEntries& entries) {
     return walkFolder(contentsFD, "", 0, visit, entries);
 }

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <memory>
 
+#include "removal/SystemCalls.h"
 #include "removal/UniqueFd.h"
 
 namespace platform {
@@ -22,10 +23,11 @@ struct ContextFree {
 
 FileDigest::FileDigest() : buffer_(kBlockSize) {}
 
-std::optional<Sha256> FileDigest::ofFile(int folderFD, const std::string& name,
+std::optional<Sha256> FileDigest::ofFile(int folderFD,
+                                         const std::string& name,
                                          const struct stat& expected) {
-    const removal::UniqueFd fd(::openat(folderFD, name.c_str(),
-                                        O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+    const removal::UniqueFd fd(sys::openat(
+        folderFD, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
     if (!fd) {
         return std::nullopt;
     }
@@ -44,7 +46,7 @@ std::optional<Sha256> FileDigest::ofDescriptor(int fd) {
         return std::nullopt;
     }
     for (;;) {
-        const ssize_t n = ::read(fd, buffer_.data(), buffer_.size());
+        const ssize_t n = sys::read(fd, buffer_.data(), buffer_.size());
         if (n < 0 && errno == EINTR) {
             continue;
         }
@@ -60,8 +62,7 @@ std::optional<Sha256> FileDigest::ofDescriptor(int fd) {
     }
     Sha256 digest{};
     unsigned int length = 0;
-    if (EVP_DigestFinal_ex(context.get(), digest.data(), &length) != 1 ||
-        length != digest.size()) {
+    if (EVP_DigestFinal_ex(context.get(), digest.data(), &length) != 1 || length != digest.size()) {
         return std::nullopt;
     }
     return digest;

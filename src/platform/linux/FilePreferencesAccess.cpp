@@ -12,6 +12,7 @@
 #include <variant>
 
 #include "platform/linux/WriteAll.h"
+#include "removal/SystemCalls.h"
 #include "removal/Trap.h"
 #include "removal/UniqueFd.h"
 #include "target/PropertyList.h"
@@ -38,7 +39,7 @@ void checkDomain(const std::string& domain) {
 // Opens `name` inside `parent` only when it is a real folder (never a link)
 // owned by `owner`.
 UniqueFd openOwnedFolder(int parent, const char* name, uid_t owner) {
-    UniqueFd folder(::openat(parent, name, kFolderFlags));
+    UniqueFd folder(sys::openat(parent, name, kFolderFlags));
     struct stat st {};
     if (!folder || ::fstat(folder.get(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != owner) {
         return UniqueFd();
@@ -73,15 +74,15 @@ std::optional<std::pair<UniqueFd, std::string>> createTemporary(const StoredFile
     static constexpr char kDigits[] = "0123456789abcdefghijklmnopqrstuvwxyz";
     for (int attempt = 0; attempt < 8; ++attempt) {
         unsigned char random[8] = {};
-        if (::getrandom(random, sizeof random, 0) != sizeof random) {
+        if (sys::getrandom(random, sizeof random, 0) != sizeof random) {
             return std::nullopt;
         }
         std::string name = file.name + ".";
         for (const unsigned char byte : random) {
             name += kDigits[byte % 36];
         }
-        UniqueFd fd(::openat(file.folder.get(), name.c_str(),
-                             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        UniqueFd fd(sys::openat(file.folder.get(), name.c_str(),
+                                O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
         if (fd) {
             return std::make_pair(std::move(fd), std::move(name));
         }
@@ -118,7 +119,7 @@ void replaceAtomically(const StoredFile& file, const std::string& bytes) {
 // a time. Links above the home folder are followed as anywhere else; from
 // Library down, nothing is.
 UniqueFd openPreferencesFolder(const std::string& home, uid_t owner, bool byHost) {
-    UniqueFd homeFD(::open(home.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    UniqueFd homeFD(sys::open(home.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     UniqueFd folder = homeFD ? openOwnedFolder(homeFD.get(), "Library", owner) : UniqueFd();
     folder = folder ? openOwnedFolder(folder.get(), "Preferences", owner) : UniqueFd();
     if (byHost && folder) {
@@ -131,8 +132,8 @@ UniqueFd openPreferencesFolder(const std::string& home, uid_t owner, bool byHost
 // unreadable or not a dictionary.
 std::optional<StoredFile> readStored(UniqueFd folder, std::string name) {
     // Non-blocking, so that a FIFO in the file's place cannot hold us up.
-    const UniqueFd fd(::openat(folder.get(), name.c_str(),
-                               O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    const UniqueFd fd(sys::openat(folder.get(), name.c_str(),
+                                  O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat status {};
     if (!fd || ::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return std::nullopt;
@@ -170,12 +171,12 @@ FilePreferencesAccess::FilePreferencesAccess(std::string homeDirectory)
                             ::getuid()) {}
 
 std::string FilePreferencesAccess::machineID() {
-    UniqueFd fd(::open("/etc/machine-id", O_RDONLY | O_CLOEXEC));
+    UniqueFd fd(sys::open("/etc/machine-id", O_RDONLY | O_CLOEXEC));
     if (!fd) {
         return {};
     }
     char buffer[128] = {};
-    const ssize_t n = ::read(fd.get(), buffer, sizeof buffer - 1);
+    const ssize_t n = sys::read(fd.get(), buffer, sizeof buffer - 1);
     std::string id(buffer, n > 0 ? static_cast<std::size_t>(n) : 0);
     while (!id.empty() && (id.back() == '\n' || id.back() == ' ' || id.back() == '\t')) {
         id.pop_back();

@@ -6,11 +6,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstdlib>
 #include <string>
 #include <string_view>
 
+#include "removal/SystemCalls.h"
 #include "removal/UniqueFd.h"
 
 namespace platform {
@@ -29,20 +31,34 @@ std::optional<pid_t> parsePid(std::string_view name) {
     return pid;
 }
 
-std::optional<std::string> readSmallFile(int directoryFD, const char* name) {
-    UniqueFd fd(::openat(directoryFD, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+// What a failed call on a process's /proc entry means: the process went
+// away (or is not ours to read), or the call failed and nothing is known.
+LookFailure failureFor(int error) {
+    switch (error) {
+        case ENOENT:
+        case ESRCH:
+        case EACCES:
+        case EPERM:
+            return LookFailure::notAProcessOfOurs;
+        default:
+            return LookFailure::unknown;
+    }
+}
+
+std::variant<std::string, LookFailure> readSmallFile(int directoryFD, const char* name) {
+    UniqueFd fd(sys::openat(directoryFD, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     if (!fd) {
-        return std::nullopt;
+        return failureFor(errno);
     }
     std::string content;
     char buffer[1024];
     for (;;) {
-        const ssize_t n = ::read(fd.get(), buffer, sizeof buffer);
+        const ssize_t n = sys::read(fd.get(), buffer, sizeof buffer);
         if (n == 0) {
             return content;
         }
         if (n < 0) {
-            return std::nullopt;
+            return failureFor(errno);
         }
         content.append(buffer, static_cast<std::size_t>(n));
     }
@@ -83,11 +99,16 @@ bool hasTerminated(char state) {
     return state == 'Z' || state == 'X' || state == 'x';
 }
 
-std::optional<std::string> readExecutableLink(int processFD) {
+// A kernel thread has no executable (ENOENT); a path longer than a page
+// cannot be an app bundle's.
+std::variant<std::string, LookFailure> readExecutableLink(int processFD) {
     std::string target(4096, '\0');
     const ssize_t n = ::readlinkat(processFD, "exe", target.data(), target.size());
-    if (n <= 0 || static_cast<std::size_t>(n) >= target.size()) {
-        return std::nullopt;
+    if (n < 0) {
+        return failureFor(errno);
+    }
+    if (n == 0 || static_cast<std::size_t>(n) >= target.size()) {
+        return LookFailure::notAProcessOfOurs;
     }
     target.resize(static_cast<std::size_t>(n));
     return target;
@@ -95,45 +116,71 @@ std::optional<std::string> readExecutableLink(int processFD) {
 
 }  // namespace
 
-std::vector<pid_t> processesOwnedBy(uid_t owner) {
-    std::vector<pid_t> pids;
+OwnedProcesses processesOwnedBy(uid_t owner) {
+    OwnedProcesses owned;
     // opendir() opens with O_CLOEXEC, and the stream owns its descriptor.
     DIR* directory = ::opendir("/proc");
     if (directory == nullptr) {
-        return pids;
+        owned.complete = false;
+        return owned;
     }
-    while (const dirent* entry = ::readdir(directory)) {
+    for (;;) {
+        errno = 0;
+        const dirent* entry = ::readdir(directory);
+        if (entry == nullptr) {
+            owned.complete = owned.complete && errno == 0;
+            break;
+        }
         const auto pid = parsePid(entry->d_name);
+        if (!pid) {
+            continue;
+        }
         struct stat st {};
-        if (pid && ::fstatat(::dirfd(directory), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
-            st.st_uid == owner) {
-            pids.push_back(*pid);
+        if (::fstatat(::dirfd(directory), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+            owned.complete = owned.complete && failureFor(errno) != LookFailure::unknown;
+        } else if (st.st_uid == owner) {
+            owned.pids.push_back(*pid);
         }
     }
     (void)::closedir(directory);
-    std::sort(pids.begin(), pids.end());
-    return pids;
+    std::sort(owned.pids.begin(), owned.pids.end());
+    return owned;
 }
 
-std::optional<ProcessInstance> describeProcess(pid_t pid, uid_t owner) {
+std::variant<ProcessInstance, LookFailure> describeProcess(pid_t pid, uid_t owner) {
     const std::string path = "/proc/" + std::to_string(pid);
-    UniqueFd processFD(::open(path.c_str(), kDirectoryFlags | O_NOFOLLOW));
-    struct stat st {};
-    if (!processFD || ::fstat(processFD.get(), &st) != 0 || st.st_uid != owner) {
-        return std::nullopt;
+    UniqueFd processFD(sys::open(path.c_str(), kDirectoryFlags | O_NOFOLLOW));
+    if (!processFD) {
+        return failureFor(errno);
     }
-    const auto statText = readSmallFile(processFD.get(), "stat");
-    const auto statLine = statText ? parseStat(*statText) : std::nullopt;
-    if (!statLine || hasTerminated(statLine->state)) {
-        return std::nullopt;
+    struct stat st {};
+    if (::fstat(processFD.get(), &st) != 0) {
+        return failureFor(errno);
+    }
+    if (st.st_uid != owner) {
+        return LookFailure::notAProcessOfOurs;
+    }
+    auto statText = readSmallFile(processFD.get(), "stat");
+    if (const auto* failure = std::get_if<LookFailure>(&statText)) {
+        return *failure;
+    }
+    const auto statLine = parseStat(std::get<std::string>(statText));
+    if (!statLine) {
+        return LookFailure::unknown;  // the kernel's own format, unreadable
+    }
+    if (hasTerminated(statLine->state)) {
+        return LookFailure::notAProcessOfOurs;
     }
     auto executable = readExecutableLink(processFD.get());
-    struct stat executableStat {};
-    if (!executable || ::fstatat(processFD.get(), "exe", &executableStat, 0) != 0) {
-        return std::nullopt;
+    if (const auto* failure = std::get_if<LookFailure>(&executable)) {
+        return *failure;
     }
-    return ProcessInstance{pid, statLine->startTime, std::move(*executable), executableStat.st_dev,
-                           executableStat.st_ino};
+    struct stat executableStat {};
+    if (::fstatat(processFD.get(), "exe", &executableStat, 0) != 0) {
+        return failureFor(errno);
+    }
+    return ProcessInstance{pid, statLine->startTime, std::move(std::get<std::string>(executable)),
+                           executableStat.st_dev, executableStat.st_ino};
 }
 
 }  // namespace platform

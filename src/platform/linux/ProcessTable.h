@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <optional>
+#include <variant>
 #include <vector>
 
 #include "platform/linux/ProcessInstance.h"
@@ -13,14 +14,29 @@ namespace platform {
 // a process may exit, and its id be reused, right after it was read.
 
 // The ids of the processes (not threads) whose /proc entry belongs to `owner`,
-// in ascending order. Empty when /proc cannot be read.
-std::vector<pid_t> processesOwnedBy(uid_t owner);
+// in ascending order. `complete` is false when part of /proc could not be
+// read for any reason but a process having gone meanwhile: whoever asks
+// whether a program runs must then take it that it may.
+struct OwnedProcesses {
+    std::vector<pid_t> pids;
+    bool complete = true;
+};
+OwnedProcesses processesOwnedBy(uid_t owner);
+
+// Why a look at one process found no live process of the owner's.
+enum class LookFailure {
+    // It is gone, is a zombie or dead (terminated though still listed),
+    // belongs to someone else, or the kernel keeps it to itself (EACCES or
+    // EPERM: a process that made itself undumpable, which nobody but its
+    // owner's debugger may read and no request of ours could reach either).
+    notAProcessOfOurs,
+    // The look itself failed (EIO, ENOMEM, EMFILE, …): it may be anything.
+    unknown,
+};
 
 // The process that has `pid` now, when it is alive and belongs to `owner`.
-// Nothing when it is gone, is a zombie or dead (it has terminated even though
-// it is still listed), belongs to someone else, or its executable cannot be
-// read. All of it is read through one descriptor of /proc/<pid>, so the
-// answer describes a single process even if the id is reused meanwhile.
-std::optional<ProcessInstance> describeProcess(pid_t pid, uid_t owner);
+// All of it is read through one descriptor of /proc/<pid>, so the answer
+// describes a single process even if the id is reused meanwhile.
+std::variant<ProcessInstance, LookFailure> describeProcess(pid_t pid, uid_t owner);
 
 }  // namespace platform

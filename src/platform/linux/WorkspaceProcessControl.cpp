@@ -5,9 +5,11 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <map>
 
 #include "platform/linux/ProcessTable.h"
+#include "removal/SystemCalls.h"
 #include "removal/UniqueFd.h"
 #include "target/PropertyList.h"
 
@@ -50,57 +52,83 @@ std::optional<std::string> enclosingBundle(const std::string& executable) {
     return bundle;
 }
 
-// Whether the bundle's Info.plist names `identifier`. The bundle path comes
-// from the kernel and holds no links; its last two levels are still opened
-// without following any, like every other read of the user's files.
-bool declaresIdentifier(const std::string& bundle, const std::string& identifier) {
-    UniqueFd bundleFD(::open(bundle.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+// Whether the bundle's Info.plist names `identifier`: yes, no, or nothing
+// known when the bundle could not be read for another reason than its being
+// gone or not a bundle. The bundle path comes from the kernel and holds no
+// links; its last two levels are still opened without following any, like
+// every other read of the user's files.
+enum class Declares { yes, no, unknown };
+
+Declares declarationOf(int errorOrZero) {
+    return errorOrZero == ENOENT || errorOrZero == ENOTDIR || errorOrZero == ELOOP
+               ? Declares::no
+               : Declares::unknown;
+}
+
+Declares declaresIdentifier(const std::string& bundle, const std::string& identifier) {
+    UniqueFd bundleFD(sys::open(bundle.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!bundleFD) {
-        return false;
+        return declarationOf(errno);
     }
     UniqueFd contentsFD(
-        ::openat(bundleFD.get(), "Contents", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        sys::openat(bundleFD.get(), "Contents", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!contentsFD) {
-        return false;
+        return declarationOf(errno);
     }
     const auto read = target::PropertyList::readAt(contentsFD.get(), "Info.plist");
-    const auto* info = std::get_if<target::PropertyList>(&read);
-    if (info == nullptr) {
-        return false;
+    if (const auto* failure = std::get_if<target::PropertyList::ReadFailure>(&read)) {
+        return *failure == target::PropertyList::ReadFailure::unreadable ? Declares::unknown
+                                                                         : Declares::no;
     }
-    const auto declared = info->stringValue("CFBundleIdentifier");
-    return declared && *declared == identifier;
+    const auto declared = std::get<target::PropertyList>(read).stringValue("CFBundleIdentifier");
+    return declared && *declared == identifier ? Declares::yes : Declares::no;
 }
 
 }  // namespace
 
-std::vector<ProcessInstance> WorkspaceProcessControl::runningInstances() const {
-    std::vector<ProcessInstance> instances;
-    std::map<std::string, bool> bundleMatches;  // each bundle is read once per call
+WorkspaceProcessControl::Look WorkspaceProcessControl::look() const {
+    Look look;
+    std::map<std::string, Declares> bundles;  // each bundle is read once per call
     const uid_t user = ::getuid();
     const pid_t self = ::getpid();
-    for (const pid_t pid : processesOwnedBy(user)) {
+    const OwnedProcesses owned = processesOwnedBy(user);
+    look.complete = owned.complete;
+    for (const pid_t pid : owned.pids) {
         if (pid == self) {
             continue;
         }
-        auto instance = describeProcess(pid, user);
-        const auto bundle = instance ? enclosingBundle(instance->executable) : std::nullopt;
+        auto described = describeProcess(pid, user);
+        if (const auto* failure = std::get_if<LookFailure>(&described)) {
+            look.complete = look.complete && *failure != LookFailure::unknown;
+            continue;
+        }
+        auto& instance = std::get<ProcessInstance>(described);
+        const auto bundle = enclosingBundle(instance.executable);
         if (!bundle) {
             continue;
         }
-        auto [entry, inserted] = bundleMatches.try_emplace(*bundle, false);
+        auto [entry, inserted] = bundles.try_emplace(*bundle, Declares::no);
         if (inserted) {
             entry->second = declaresIdentifier(*bundle, bundleIdentifier);
         }
-        if (entry->second) {
-            instances.push_back(std::move(*instance));
+        if (entry->second == Declares::yes) {
+            look.instances.push_back(std::move(instance));
+        } else if (entry->second == Declares::unknown) {
+            look.complete = false;
         }
     }
-    return instances;
+    return look;
 }
 
+std::vector<ProcessInstance> WorkspaceProcessControl::runningInstances() const {
+    return look().instances;
+}
+
+// A look that could not see everything cannot rule Tavio out: deleting its
+// files while it may run is what this check exists to prevent.
 bool WorkspaceProcessControl::isRunning() const {
-    return !runningInstances().empty();
+    const Look now = look();
+    return !now.complete || !now.instances.empty();
 }
 
 void WorkspaceProcessControl::requestQuit() const {
@@ -122,7 +150,8 @@ bool WorkspaceProcessControl::askToQuit(const ProcessInstance& instance) const {
         return false;
     }
     const auto now = describeProcess(instance.pid, ::getuid());
-    if (!now || *now != instance) {
+    const auto* same = std::get_if<ProcessInstance>(&now);
+    if (same == nullptr || *same != instance) {
         return false;
     }
     return sendThroughPidfd(pidfd.get(), SIGTERM);

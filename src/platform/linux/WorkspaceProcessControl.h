@@ -15,7 +15,9 @@ namespace platform {
 // its executable lies directly in the "Contents/MacOS" folder of a "*.app"
 // bundle whose Contents/Info.plist declares `bundleIdentifier` as its
 // CFBundleIdentifier. The uninstaller's own process is never counted, and a
-// zombie (exited, not yet reaped) counts as terminated.
+// zombie (exited, not yet reaped) counts as terminated. When a look at the
+// process table fails (other than for a process that went away meanwhile),
+// Tavio counts as running: nothing proves that it is not.
 //
 // Quitting politely is SIGTERM, sent through a pidfd after checking that the
 // process behind the id is still the one that was found, so that an id freed
@@ -31,14 +33,23 @@ class WorkspaceProcessControl final : public target::ProcessControlling {
     bool isRunning() const override;
     void requestQuit() const override;
 
-    // The running copies now, in ascending order of process id, without the
-    // caller's own process. Each bundle's Info.plist is read once per call.
+    // The running copies now that could be found, in ascending order of
+    // process id, without the caller's own process. Each bundle's Info.plist
+    // is read once per call.
     std::vector<ProcessInstance> runningInstances() const;
 
     // Sends one SIGTERM to `instance` if the process that has its id is still
     // that process (same start time and executable) and has not terminated.
     // Returns whether the signal was sent. Never waits.
     bool askToQuit(const ProcessInstance& instance) const;
+
+  private:
+    // The copies found, and whether the whole process table could be read.
+    struct Look {
+        std::vector<ProcessInstance> instances;
+        bool complete = true;
+    };
+    Look look() const;
 };
 
 }  // namespace platform

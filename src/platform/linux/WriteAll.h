@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <string>
 
+#include "removal/SystemCalls.h"
+
 namespace platform {
 
 // Writes every byte to `fd`, going on after short writes and interruptions.
@@ -13,10 +15,7 @@ namespace platform {
 inline bool writeAll(int fd, const std::string& bytes) {
     std::size_t done = 0;
     while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
+        const ssize_t n = sys::write(fd, bytes.data() + done, bytes.size() - done);
         if (n <= 0) {
             return false;
         }

@@ -1,8 +1,12 @@
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <chrono>
 
+#include "ChildProcess.h"
+#include "DescriptorCheck.h"
 #include "ProcessFixture.h"
 #include "platform/linux/WorkspaceProcessControl.h"
 
@@ -182,6 +186,44 @@ TEST_F(WorkspaceProcessControlTest, SameIdRunningAnotherProgramIsNotSignalled) {
     EXPECT_FALSE(control.askToQuit(instances[0]));
     control.requestQuit();
     EXPECT_EQ(process.linesBeforePing(), std::vector<std::string>{});
+}
+
+}  // namespace
+
+namespace {
+
+// Leaves exactly one descriptor free: fills every free number up to the
+// highest one in use, then limits the process to one more.
+bool leaveOneDescriptorFree() {
+    const auto open = testsupport::openDescriptors();
+    const int highest = open.empty() ? 2 : *open.rbegin();
+    int last = -1;
+    while (last <= highest) {
+        last = ::open("/dev/null", O_RDONLY);
+        if (last < 0) {
+            return false;
+        }
+    }
+    ::close(last);
+    const struct rlimit low { static_cast<rlim_t>(last) + 1, static_cast<rlim_t>(last) + 1 };
+    return ::setrlimit(RLIMIT_NOFILE, &low) == 0;
+}
+
+// Out of descriptors in the middle of a look at /proc: the processes that
+// could not be looked at may be Tavio, so Tavio counts as running. Deleting
+// its files while it may run is what the check is for.
+TEST_F(WorkspaceProcessControlTest, ALookThatRunsOutOfDescriptorsCountsAsRunning) {
+    auto loose = startPlayer(TAVIO_PLAYER_PATH);  // a process of ours to look at
+    ASSERT_FALSE(control.isRunning());
+    const auto answer = testsupport::runInChild([&]() -> std::string {
+        // Room for /proc itself and nothing more: each process's own entry
+        // then fails to open with EMFILE.
+        if (!leaveOneDescriptorFree()) {
+            return "could not limit the descriptors";
+        }
+        return control.isRunning() ? "running" : "not running";
+    });
+    EXPECT_EQ(answer, "running");
 }
 
 }  // namespace
