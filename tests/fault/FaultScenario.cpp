@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
 
@@ -12,6 +14,7 @@
 #include "ChildProcess.h"
 #include "DescriptorCheck.h"
 #include "Footprint.h"
+#include "SpawnedProcess.h"
 #include "platform/linux/FilePreferencesAccess.h"
 #include "platform/linux/InstalledAppVerifier.h"
 #include "platform/linux/WorkspaceProcessControl.h"
@@ -131,6 +134,8 @@ CaseRun parse(const std::string& answer) {
         std::getline(fields, second, '\t');
         if (tag == "fired") {
             run.fired = first == "1";
+        } else if (tag == "whileRunning") {
+            run.removedWhileTavioRan = first == "1";
         } else if (tag == "leaked") {
             run.descriptorsLeaked = first == "1";
         } else if (tag == "counts") {
@@ -212,6 +217,16 @@ engine::UninstallEngine FaultScenario::engine() const {
                                    10ms};
 }
 
+// Whether the process `pid` is alive: not gone, and not a zombie.
+bool isAlive(pid_t pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text;
+    std::getline(stat, text);
+    const std::size_t close = text.rfind(')');
+    return close != std::string::npos && close + 2 < text.size() && text[close + 2] != 'Z' &&
+           text[close + 2] != 'X';
+}
+
 CaseRun FaultScenario::run(Stage stage, const std::optional<faults::Fault>& fault) {
     const engine::UninstallEngine uninstaller = engine();
     const auto scan = [&] {
@@ -219,15 +234,34 @@ CaseRun FaultScenario::run(Stage stage, const std::optional<faults::Fault>& faul
                                         uninstaller.preferences}
             .build();
     };
-    const auto answer = testsupport::runInChild([&]() -> std::string {
+    const std::string player = apps_ + "/Tavio.app/Contents/MacOS/Tavio";
+    const auto work = [&]() -> std::string {
         ::alarm(kCaseSeconds);
-        target::Inventory inventory = stage == Stage::uninstall ? scan() : target::Inventory{};
+        std::unique_ptr<testsupport::SpawnedProcess> tavio;
+        if (stage == Stage::quit) {
+            tavio = std::make_unique<testsupport::SpawnedProcess>(
+                player, std::vector<std::string>{"--quit-delay-ms", "30", "--exit-with-parent"});
+            if (!tavio->readUntil("ready")) {
+                throw std::runtime_error("the planted Tavio did not start");
+            }
+        }
+        const bool uninstalls = stage == Stage::uninstall || stage == Stage::quit;
+        target::Inventory inventory = uninstalls ? scan() : target::Inventory{};
         const auto descriptorsBefore = testsupport::openDescriptors();
         std::string body;
+        bool removedWhileTavioRan = false;
+        const auto onEvent = [&](const engine::UninstallEvent& event) {
+            const faults::Paused paused;
+            if (event.kind() == engine::UninstallEvent::Kind::removing && tavio &&
+                isAlive(tavio->pid())) {
+                removedWhileTavioRan = true;
+            }
+        };
         faults::arm(fault);
         switch (stage) {
             case Stage::uninstall:
-                body = serialize(uninstaller.run(inventory, [](const engine::UninstallEvent&) {}));
+            case Stage::quit:
+                body = serialize(uninstaller.run(inventory, onEvent));
                 break;
             case Stage::scan:
                 body = serialize(scan());
@@ -241,14 +275,17 @@ CaseRun FaultScenario::run(Stage stage, const std::optional<faults::Fault>& faul
         std::ostringstream out;
         out << "fired\t" << faults::fired() << "\n";
         out << "leaked\t" << (testsupport::openDescriptors() != descriptorsBefore) << "\n";
+        out << "whileRunning\t" << removedWhileTavioRan << "\n";
         out << "counts\t";
         for (const auto count : counts) {
             out << count << " ";
         }
         out << "\n" << body;
         return out.str();
-    });
-    if (!answer) {
+    };
+    const auto answer = testsupport::runInChild(
+        [&]() -> std::string { return testsupport::inPrivateProcessTable(work).value_or(""); });
+    if (!answer || answer->empty()) {
         CaseRun died;
         died.died = "the run crashed, trapped or hung (no answer within " +
                     std::to_string(kCaseSeconds) + " s)";
@@ -310,7 +347,10 @@ std::vector<std::string> FaultScenario::problems(Stage stage,
             problems.push_back("preferences file half written: " + path);
         }
     }
-    if (stage == Stage::uninstall) {
+    if (run.removedWhileTavioRan) {
+        problems.push_back("an item was removed while Tavio still ran");
+    }
+    if (stage == Stage::uninstall || stage == Stage::quit) {
         checkUninstall(fault, run, problems);
     } else {
         checkScan(fault, run, problems);
@@ -322,6 +362,18 @@ void FaultScenario::checkUninstall(const std::optional<faults::Fault>& fault,
                                    const CaseRun& run,
                                    std::vector<std::string>& problems) const {
     const std::vector<std::string> left = leftovers();
+    if (run.outcome == UninstallOutcome::didNotQuit) {
+        // Refused and reported: nothing may have been touched.
+        for (const std::string& location : locations_) {
+            if (!testsupport::exists(location)) {
+                problems.push_back("Tavio did not quit, but this was removed: " + location);
+            }
+        }
+        if (!fault || !run.fired || fault->error == EINTR) {
+            problems.push_back("Tavio did not quit in a run without a fault");
+        }
+        return;
+    }
     const bool cleanRunExpected = !fault || !run.fired || fault->error == EINTR;
     if (cleanRunExpected && (run.outcome != UninstallOutcome::completed || !left.empty())) {
         problems.push_back(fault && run.fired ? "an interrupted call was not retried"

@@ -15,13 +15,17 @@
 // store, a link out of the cache to the user's videos) and canaries beside
 // every location. The run happens in a child process, so that a crash, a hang
 // or a leaked descriptor is the case's and not the test program's; the
-// checks happen in the parent, on the disk and a fresh scan, disarmed.
+// checks happen in the parent, on the disk and a fresh scan, disarmed. The
+// child has a process table of its own, in which it sees only itself and the
+// Tavio it starts, so that its calls are the same from run to run and few
+// enough to fail every one of them.
 namespace faulttest {
 
-// What a case runs armed: a whole uninstall, only the scan that builds an
-// inventory, or the preferences store's rewrite of a file that keeps some of
+// What a case runs armed: a whole uninstall; the same with Tavio running
+// from the planted app, slow to quit; only the scan that builds an
+// inventory; or the preferences store's rewrite of a file that keeps some of
 // its keys (which an uninstall, taking every key, never needs).
-enum class Stage { uninstall, scan, rewrite };
+enum class Stage { uninstall, quit, scan, rewrite };
 
 // What the child saw: the report (or the inventory) as text, and how the run
 // ended.
@@ -30,6 +34,7 @@ struct CaseRun {
     std::string died;       // how, when it did not finish
     bool fired = false;     // the fault was reached
     bool descriptorsLeaked = false;
+    bool removedWhileTavioRan = false;  // an item was begun while Tavio still ran
     faults::Counts counts{};
     // Uninstall: the overall outcome and every failure of the report.
     engine::UninstallOutcome outcome = engine::UninstallOutcome::completed;

@@ -112,6 +112,15 @@ const std::vector<Call> kRewriteCalls = {
     Call::fchmod, Call::fsync,  Call::renameat, Call::close, Call::getrandom,
 };
 
+// The calls of a whole uninstall while Tavio runs: the same, and asking it
+// to quit.
+std::vector<Call> quitCalls() {
+    std::vector<Call> calls = kUninstallCalls;
+    calls.push_back(Call::pidfdOpen);
+    calls.push_back(Call::pidfdSendSignal);
+    return calls;
+}
+
 // The calls a scan makes.
 const std::vector<Call> kScanCalls = {
     Call::open,    Call::openat, Call::fstatat, Call::fstat, Call::lstat,      Call::fdopendir,
@@ -119,11 +128,16 @@ const std::vector<Call> kScanCalls = {
 };
 
 class UninstallFaultTest : public ::testing::TestWithParam<Call> {};
+class QuitFaultTest : public ::testing::TestWithParam<Call> {};
 class ScanFaultTest : public ::testing::TestWithParam<Call> {};
 class RewriteFaultTest : public ::testing::TestWithParam<Call> {};
 
 TEST_P(UninstallFaultTest, EveryFailingCallKeepsTheReportHonestAndLosesNothing) {
     failEveryOccurrence(Stage::uninstall, GetParam());
+}
+
+TEST_P(QuitFaultTest, EveryFailingCallWhileTavioRunsDeletesNothingUnderIt) {
+    failEveryOccurrence(Stage::quit, GetParam());
 }
 
 TEST_P(ScanFaultTest, EveryFailingCallGivesAnHonestInventory) {
@@ -138,6 +152,7 @@ TEST_P(RewriteFaultTest, EveryFailingCallLeavesThePreferencesWholeOrRewritten) {
     failEveryOccurrence(Stage::rewrite, GetParam());
 }
 
+INSTANTIATE_TEST_SUITE_P(Calls, QuitFaultTest, ::testing::ValuesIn(quitCalls()), paramName);
 INSTANTIATE_TEST_SUITE_P(Calls, ScanFaultTest, ::testing::ValuesIn(kScanCalls), paramName);
 INSTANTIATE_TEST_SUITE_P(Calls, RewriteFaultTest, ::testing::ValuesIn(kRewriteCalls), paramName);
 

@@ -138,6 +138,12 @@ bool fired() {
     return reached.load();
 }
 
+Paused::Paused() : wasArmed_(armed.exchange(false)) {}
+
+Paused::~Paused() {
+    armed.store(wasArmed_);
+}
+
 // The errno the current call must fail with, or 0 to make it.
 int decide(Call call) {
     if (!armed.load(std::memory_order_relaxed)) {

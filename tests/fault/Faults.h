@@ -70,4 +70,17 @@ Counts disarm();
 // Whether the armed fault was reached.
 bool fired();
 
+// Stops counting for the life of the object: for a test's own look in the
+// middle of an armed run.
+class Paused {
+  public:
+    Paused();
+    ~Paused();
+    Paused(const Paused&) = delete;
+    Paused& operator=(const Paused&) = delete;
+
+  private:
+    bool wasArmed_;
+};
+
 }  // namespace faults

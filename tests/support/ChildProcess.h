@@ -19,4 +19,12 @@ std::optional<std::string> runInChild(const std::function<std::string()>& body);
 // why namespaces are not available here.
 std::string enterPrivateMountNamespace();
 
+// In a child (of runInChild): runs `body` as the second process of a new
+// process-id and mount namespace with a /proc of its own, where it sees no
+// process but its own and those it starts; whatever it leaves running ends
+// with it. Returns what `body` returned, or nothing when it died. Root needs
+// no more; anyone else gets a user namespace too, mapped to root in it.
+// Throws (into the caller's answer) when namespaces are not available.
+std::optional<std::string> inPrivateProcessTable(const std::function<std::string()>& body);
+
 }  // namespace testsupport
