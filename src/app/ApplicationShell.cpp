@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QGuiApplication>
+#include <QIcon>
 #include <QQmlApplicationEngine>
 #include <QQuickStyle>
 #include <QQuickWindow>
@@ -45,6 +46,21 @@ void chooseSceneGraph() {
         qEnvironmentVariableIsEmpty("QMLSCENE_DEVICE")) {
         QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
     }
+}
+
+// The desktop ties a window to its desktop entry by this name, and through
+// the entry to its name and icon in the task switcher. Qt gives Wayland the
+// desktop file name as the app id; on X11 it takes the window class from
+// the application name, which would otherwise be the name the program was
+// started by. The window's own icon is the one the package installs in the
+// icon theme, so that a theme may restyle it, with the copy compiled into
+// the program for a build that is not installed.
+void identifyWithDesktopEntry() {
+    const QString entry = QString::fromLatin1(kDesktopEntryName);
+    QGuiApplication::setDesktopFileName(entry);
+    QCoreApplication::setApplicationName(entry);
+    QGuiApplication::setWindowIcon(
+        QIcon::fromTheme(entry, QIcon(QString::fromLatin1(kBundledIconPath))));
 }
 
 QQuickWindow* loadWindow(QQmlApplicationEngine& qml, UninstallerModel& model) {
@@ -92,6 +108,7 @@ int runApplication(int& argc, char** argv) {
     {
         QGuiApplication application(argc, argv);
         bundlePath = bundlePathForExecutable(QCoreApplication::applicationFilePath());
+        identifyWithDesktopEntry();
         code = runWindow(application);
     }
     removeTemporaryCopy(bundlePath, QDir::tempPath());
