@@ -133,6 +133,10 @@ int runWindow(QGuiApplication& application) {
     if (!window) {
         return 1;
     }
+    // Qt took the window class from the application name when it made the
+    // window. Screen readers read that name each time they ask, and should
+    // hear the program's name rather than its desktop entry's.
+    QCoreApplication::setApplicationName(QCoreApplication::translate("Shell", "Uninstall Tavio"));
     markStartup("window-loaded");
     QObject::connect(window, &QQuickWindow::frameSwapped, window,
                      [] { markStartup("frame"); }, Qt::SingleShotConnection);
