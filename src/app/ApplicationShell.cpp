@@ -138,8 +138,9 @@ int runWindow(QGuiApplication& application) {
     // hear the program's name rather than its desktop entry's.
     QCoreApplication::setApplicationName(QCoreApplication::translate("Shell", "Uninstall Tavio"));
     markStartup("window-loaded");
-    QObject::connect(window, &QQuickWindow::frameSwapped, window,
-                     [] { markStartup("frame"); }, Qt::SingleShotConnection);
+    QObject::connect(
+        window, &QQuickWindow::frameSwapped, window, [] { markStartup("frame"); },
+        Qt::SingleShotConnection);
     giveIconAfterFirstFrame(window);
     guard.guardWindow(window);
     return application.exec();

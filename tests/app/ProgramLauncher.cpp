@@ -131,9 +131,14 @@ std::string describeThreads(pid_t pid) {
     envp.push_back(nullptr);
     std::vector<std::string> args;
     if (!launch.openedFilesLog.empty()) {
-        args = {"/usr/bin/strace", "-f",     "-qq", "-z", "-s",
-                "4096",            "-e",     "trace=open,openat,openat2,execve",
-                "-o",              launch.openedFilesLog, "--"};
+        args = {"/usr/bin/strace",
+                "-f",
+                "-qq",
+                "-z",
+                "-s4096",
+                "-etrace=open,openat,openat2,execve",
+                "-o" + launch.openedFilesLog,
+                "--"};
     }
     args.push_back(launch.executable);
     std::vector<char*> argv;

@@ -139,7 +139,8 @@ bool catalogueIsComplete(const QString& path, const QString& expectedLanguage) {
             // quotes low.
             !check(!message.translation.contains(QLatin1Char('"')), QStringLiteral("quote")) ||
             !check(!message.translation.contains(QLatin1String("...")), QStringLiteral("dots")) ||
-            !check(language != QLatin1String("de") || !message.translation.contains(QChar(0x201C)) ||
+            !check(language != QLatin1String("de") ||
+                       !message.translation.contains(QChar(0x201C)) ||
                        message.translation.contains(QChar(0x201E)),
                    QStringLiteral("German quotes"))) {
             return false;
@@ -281,7 +282,8 @@ void TranslationTests::noTextNamesTheMacOrTheFinder() {
     static const QRegularExpression apple(QStringLiteral("\\bMac\\b|Finder"));
     QCoreApplication::removeTranslator(&translator_);
     app::installCoreTextLookup();
-    for (const QLocale& locale : {QLocale(QStringLiteral("de_DE")), QLocale(QStringLiteral("en_US"))}) {
+    for (const QLocale& locale :
+         {QLocale(QStringLiteral("de_DE")), QLocale(QStringLiteral("en_US"))}) {
         QTranslator translator;
         QVERIFY(app::installTranslations(translator, locale));
         QStringList shown;
@@ -296,7 +298,8 @@ void TranslationTests::noTextNamesTheMacOrTheFinder() {
             shown.append(QString::fromStdString(problem.explanation()));
         }
         for (const QString& text : shown) {
-            QVERIFY2(!text.contains(apple), qPrintable(locale.name() + QStringLiteral(": ") + text));
+            QVERIFY2(!text.contains(apple),
+                     qPrintable(locale.name() + QStringLiteral(": ") + text));
         }
         QCoreApplication::removeTranslator(&translator);
     }

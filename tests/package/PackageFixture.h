@@ -33,7 +33,7 @@ struct ToolAnswer {
 };
 ToolAnswer runTool(const std::string& tool, const std::string& arguments);
 
-#define EXPECT_TOOL_FOUND(answer, tool)                                                     \
+#define EXPECT_TOOL_FOUND(answer, tool)                                                  \
     ASSERT_TRUE((answer).found) << tool << " is missing; scripts/setup.sh installs it (" \
                                 << (answer).output << ")"
 

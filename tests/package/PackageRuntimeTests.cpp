@@ -137,10 +137,11 @@ TEST_F(InstalledProgramTest, TheWindowNamesItsDesktopEntryAndCarriesItsIcon) {
     }
     // Without a window manager, the program's windows are the root's children.
     const std::string script = run_ / "properties.sh";
-    testsupport::writeFile(script,
-                           "id=$(xwininfo -root -tree | awk '/\"Uninstall Tavio\"/ {print $1; exit}')\n"
-                           "echo \"window $id\"\n"
-                           "xprop -id \"$id\" WM_CLASS _NET_WM_ICON | head -n 20\n");
+    testsupport::writeFile(
+        script,
+        "id=$(xwininfo -root -tree | awk '/\"Uninstall Tavio\"/ {print $1; exit}')\n"
+        "echo \"window $id\"\n"
+        "xprop -id \"$id\" WM_CLASS _NET_WM_ICON | head -n 20\n");
     const std::string properties = run_ / "properties";
     programtest::Launch how = launch();
     how.whileRunning = [script, properties](pid_t, const std::string& display) {

@@ -34,8 +34,8 @@ std::string linesOtherThan(const std::string& output, std::initializer_list<cons
 TEST_F(PackageTest, LintianFindsNothing) {
     // Informational tags are shown too, so that a new one is seen, but only
     // errors and warnings fail.
-    const ToolAnswer answer = runTool("lintian", "--display-info --fail-on error,warning '" +
-                                                    deb() + "'");
+    const ToolAnswer answer =
+        runTool("lintian", "--display-info --fail-on error,warning '" + deb() + "'");
     EXPECT_TOOL_FOUND(answer, "lintian");
     EXPECT_EQ(answer.status, 0) << answer.output;
     EXPECT_EQ(answer.output.find("E: "), std::string::npos) << answer.output;
@@ -43,7 +43,8 @@ TEST_F(PackageTest, LintianFindsNothing) {
 }
 
 TEST_F(PackageTest, TheDesktopEntryValidatesWithoutAHint) {
-    const ToolAnswer answer = runTool("desktop-file-validate", "'" + root() + "/" + kDesktopEntry + "'");
+    const ToolAnswer answer =
+        runTool("desktop-file-validate", "'" + root() + "/" + kDesktopEntry + "'");
     EXPECT_TOOL_FOUND(answer, "desktop-file-validate");
     EXPECT_EQ(answer.status, 0) << answer.output;
     EXPECT_EQ(answer.output, "");
@@ -58,9 +59,9 @@ TEST_F(PackageTest, TheAppStreamFileValidatesPedantically) {
     // own mixed-case reverse-domain identifier (io.tavio.Tavio); the
     // validator's pedantic advice to write it in lower case is the only
     // remark accepted.
-    EXPECT_EQ(linesOtherThan(answer.output, {"P: io.tavio.Tavio.Uninstaller:",
-                                             "cid-contains-uppercase-letter",
-                                             "Validation was successful"}),
+    EXPECT_EQ(linesOtherThan(answer.output,
+                             {"P: io.tavio.Tavio.Uninstaller:", "cid-contains-uppercase-letter",
+                              "Validation was successful"}),
               "")
         << answer.output;
 }
