@@ -70,10 +70,11 @@ def environment(sb, extra=None):
     env.pop("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", None)
     env.update({
         "QT_LOGGING_RULES": ("qt.scenegraph.renderloop.debug=true;"
-                             "qt.scenegraph.time.renderloop.debug=true"),
+                             "qt.scenegraph.time.renderloop.debug=true;"
+                             "uninstall.startup.debug=true"),
         "QT_MESSAGE_PATTERN": "%{message}",
         # What the uninstaller sets for itself, given to the bare window too.
-        "QML_DISABLE_DISK_CACHE": "1",
+        "QML_DISK_CACHE_PATH": "/dev/null/qmlcache",
         "QT_DISABLE_SHADER_DISK_CACHE": "1",
         "MESA_SHADER_CACHE_DISABLE": "true",
     })
@@ -92,8 +93,13 @@ def high_water_kib(pid):
     return None
 
 
-def run_once(sb, executable, extra_environment=None, timeout=120):
-    """(seconds to the first frame, peak memory in KiB) of one start."""
+MARK = "startup mark: "
+
+
+def run_once(sb, executable, extra_environment=None, timeout=120, marks=None):
+    """(seconds to the first frame, peak memory in KiB) of one start. The
+    uninstaller's start-up marks (step, monotonic nanoseconds) go into
+    `marks` as seconds since the spawn."""
     env = environment(sb, extra_environment)
     watch = FrameWatch()
     started = time.monotonic()
@@ -121,6 +127,9 @@ def run_once(sb, executable, extra_environment=None, timeout=120):
         for raw in lines:
             line = raw.decode(errors="replace")
             log.append(line)
+            if line.startswith(MARK) and marks is not None:
+                step, nanoseconds = line[len(MARK):].rsplit(" ", 1)
+                marks[step] = int(nanoseconds) / 1e9 - started
             if watch.feed(line):
                 seconds = now - started
                 break
@@ -152,6 +161,20 @@ def stop(process, pid):
     process.stderr.close()
 
 
+def print_breakdown(steps, medians):
+    """Where each program's time to its first frame goes: each step's median
+    end since the spawn, and what it added."""
+    for name, marks in steps.items():
+        print("%s, where the time goes (median end of each step since the spawn):" % name)
+        previous = 0.0
+        for step, ends in sorted(marks.items(), key=lambda item: statistics.median(item[1])):
+            end = statistics.median(ends)
+            print("  %-14s %5.0f ms  (+%.0f ms)" % (step, end * 1000, (end - previous) * 1000))
+            previous = end
+        print("  %-14s %5.0f ms  (+%.0f ms)" % ("first frame", medians[name] * 1000,
+                                                (medians[name] - previous) * 1000))
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     parser.add_argument("--build", required=True)
@@ -180,10 +203,14 @@ def main():
             run_once(sb, path, extra)  # brings the files into the page cache
         seconds = {name: [] for name in programs}
         peaks = {name: [] for name in programs}
+        steps = {}
         for run in range(args.runs):
             order = list(programs) if run % 2 == 0 else list(reversed(list(programs)))
             for name in order:
-                took, peak = run_once(sb, *programs[name])
+                marks = {}
+                took, peak = run_once(sb, *programs[name], marks=marks)
+                for step, at in marks.items():
+                    steps.setdefault(name, {}).setdefault(step, []).append(at)
                 seconds[name].append(took)
                 if peak is not None:
                     peaks[name].append(peak)
@@ -195,6 +222,7 @@ def main():
         print("peak memory (VmHWM at the first frame, median): " + ", ".join(
             "%s %.1f MiB" % (name, statistics.median(peaks[name]) / 1024)
             for name in programs if peaks[name]))
+        print_breakdown(steps, medians)
         ratio = medians["uninstaller"] / medians["bare window"]
         print("ratio uninstaller / bare window (median of %d): %.2f (target at most %.1f)"
               % (args.runs, ratio, TARGET))

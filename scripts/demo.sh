@@ -15,8 +15,12 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-bash scripts/setup.sh
-cmake -S . -B build -G Ninja >/dev/null
-cmake --build build --target uninstall-tavio tavio-footprint tavio-player tavio-seal
+# The build folder: build/ in the checkout, or $UT_BUILD_DIR (for a
+# read-only checkout, say).
+build=${UT_BUILD_DIR:-build}
 
-exec /usr/bin/python3 scripts/e2e/demo.py --build build "$@"
+bash scripts/setup.sh
+cmake -S . -B "$build" -G Ninja >/dev/null
+cmake --build "$build" --target uninstall-tavio tavio-footprint tavio-player tavio-seal
+
+exec /usr/bin/python3 scripts/e2e/demo.py --build "$build" "$@"

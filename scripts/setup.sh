@@ -18,8 +18,10 @@ packages=(
   bubblewrap util-linux strace procps
   # screenshots of the virtual display (xwd, netpbm) and its clipboard (xclip)
   x11-apps netpbm xclip
-  # the Debian package (cpack: dpkg-shlibdeps and file)
-  dpkg-dev file
+  # the Debian package (cpack: dpkg-shlibdeps and file) and the checks that
+  # distributions run on it: lintian, the desktop entry's and the AppStream
+  # file's validators, and xprop to read the window's class and icon
+  dpkg-dev file lintian desktop-file-utils appstream x11-utils
 )
 
 missing=()

@@ -127,7 +127,7 @@
     </message>
     <message>
         <source>Some items could not be removed. They are still on your Mac:</source>
-        <translation>Einige Objekte konnten nicht entfernt werden. Sie befinden sich noch auf Ihrem Mac:</translation>
+        <translation>Einige Objekte konnten nicht entfernt werden. Sie befinden sich noch auf Ihrem Computer:</translation>
     </message>
     <message>
         <source>Quit</source>
@@ -139,7 +139,7 @@
     </message>
     <message>
         <source>Reveal in Finder</source>
-        <translation>Im Finder zeigen</translation>
+        <translation>Im Dateimanager zeigen</translation>
     </message>
     <message>
         <source>Try Again</source>
@@ -195,7 +195,7 @@
     </message>
     <message>
         <source>This permanently removes Tavio and its data for the user “%1”. Other users on this Mac are not affected.</source>
-        <translation>Dadurch werden Tavio und seine Daten für den Benutzer „%1“ endgültig entfernt. Andere Benutzer auf diesem Mac sind nicht betroffen.</translation>
+        <translation>Dadurch werden Tavio und seine Daten für den Benutzer „%1“ endgültig entfernt. Andere Benutzer auf diesem Computer sind nicht betroffen.</translation>
     </message>
     <message>
         <source>Will be removed</source>
@@ -203,7 +203,7 @@
     </message>
     <message>
         <source>Stays on your Mac</source>
-        <translation>Bleibt auf Ihrem Mac</translation>
+        <translation>Bleibt auf Ihrem Computer</translation>
     </message>
     <message>
         <source>Your original .torrent files, exports and downloaded files</source>
@@ -260,7 +260,7 @@
     </message>
     <message>
         <source>Don’t restart your Mac or open Tavio until this finishes.</source>
-        <translation>Starten Sie Ihren Mac nicht neu und öffnen Sie Tavio nicht, bevor der Vorgang abgeschlossen ist.</translation>
+        <translation>Starten Sie Ihren Computer nicht neu und öffnen Sie Tavio nicht, bevor der Vorgang abgeschlossen ist.</translation>
     </message>
     <message>
         <source>Waiting for Tavio</source>

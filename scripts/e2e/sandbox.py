@@ -343,12 +343,18 @@ class Sandbox:
         script += 'exec "$2"\n'
         command = self.bwrap_command(extra_binds)
         # A build folder in /tmp or in the home folder would be hidden by the
-        # sandbox's own: the program's bundle is then shown read-only at its path.
-        if program == self.program and (program.startswith("/tmp/") or
-                                        program.startswith(self.inside_home + "/")):
-            bundle = os.path.dirname(os.path.dirname(os.path.dirname(program)))
-            self._mount_point_in_tmp(bundle)
-            command += ["--ro-bind", bundle, bundle]
+        # sandbox's own: the program's bundle (or, for a program outside a
+        # bundle, its folder) is then shown read-only at its path. A program
+        # that lies in the sandbox's own /tmp is there already.
+        if program.startswith("/tmp/") or program.startswith(self.inside_home + "/"):
+            shown = os.path.dirname(program)
+            contents = os.path.dirname(shown)
+            if (os.path.basename(shown) == "MacOS" and os.path.basename(contents) == "Contents"
+                    and os.path.dirname(contents).endswith(".app")):
+                shown = os.path.dirname(contents)
+            if os.path.isdir(shown):
+                self._mount_point_in_tmp(shown)
+                command += ["--ro-bind", shown, shown]
         command += ["--chdir", "/"]
         if self.user:
             command += ["setpriv", "--reuid=%d" % self.user.pw_uid,

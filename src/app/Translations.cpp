@@ -36,11 +36,16 @@ constexpr const char* kCoreTexts[] = {
 }  // namespace
 
 bool installTranslations(QTranslator& translator) {
-    if (!translator.load(QLocale::system(), QString::fromLatin1(kTranslationsName),
-                         QStringLiteral("_"), QString::fromLatin1(kTranslationsFolder))) {
-        return false;
-    }
-    return QCoreApplication::installTranslator(&translator);
+    return installTranslations(translator, QLocale::system());
+}
+
+bool installTranslations(QTranslator& translator, const QLocale& locale) {
+    const QString name = QString::fromLatin1(kTranslationsName);
+    const QString folder = QString::fromLatin1(kTranslationsFolder);
+    const bool loaded =
+        translator.load(locale, name, QStringLiteral("_"), folder) ||
+        translator.load(name + QLatin1Char('_') + QString::fromLatin1(kFallbackLanguage), folder);
+    return loaded && QCoreApplication::installTranslator(&translator);
 }
 
 void installCoreTextLookup() {

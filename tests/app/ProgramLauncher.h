@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <sys/types.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <tuple>
@@ -23,6 +24,13 @@ struct Launch {
     std::string scratch;    // for the user database copy and the runtime folder
     int signal = SIGTERM;
     bool onXServer = false;  // a real window on Xvfb instead of the offscreen platform
+    // When set, the program runs under strace, which logs there every file
+    // it opens (successful opens only, absolute paths in full).
+    std::string openedFilesLog;
+    // Called once the window is up, before the signal, with the program's
+    // process id and display (empty offscreen). It runs in the child that
+    // holds the namespaces, so it hands back what it finds through files.
+    std::function<void(pid_t program, const std::string& display)> whileRunning;
 };
 
 // Runs the program for `launch` in a namespace of its own: starts it, waits

@@ -34,7 +34,12 @@ class ProgramTest : public ::testing::Test {
     }
 
     Launch launch(std::string executable = kExecutable) const {
-        return Launch{std::move(executable), temp_ / "home", temp_ / "tmp", temp_ / "scratch"};
+        Launch how;
+        how.executable = std::move(executable);
+        how.home = temp_ / "home";
+        how.temporary = temp_ / "tmp";
+        how.scratch = temp_ / "scratch";
+        return how;
     }
 
     // Runs `launch` and expects a clean exit; skips where namespaces are not

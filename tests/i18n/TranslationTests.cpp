@@ -109,6 +109,55 @@ QStringList placeholders(const QString& text) {
     return found;
 }
 
+// A catalogue in `language` with a finished translation for every entry,
+// the same placeholders as its source, the typography of the language, and
+// every sentence of the core.
+bool catalogueIsComplete(const QString& path, const QString& expectedLanguage) {
+    QString language;
+    const QList<Message> messages = readCatalogue(path, &language);
+    [&] {
+        QCOMPARE(language, expectedLanguage);
+        QVERIFY(messages.size() > 40);
+    }();
+    if (QTest::currentTestFailed()) {
+        return false;
+    }
+    std::set<QString> core;
+    for (const Message& message : messages) {
+        const QString where = message.context + QStringLiteral(": ") + message.source;
+        const auto check = [&](bool ok, const QString& what) {
+            if (!ok) {
+                QTest::qFail(qPrintable(what + QStringLiteral(" ") + where), __FILE__, __LINE__);
+            }
+            return ok;
+        };
+        if (!check(message.type.isEmpty(), message.type) ||
+            !check(!message.translation.isEmpty(), QStringLiteral("empty")) ||
+            !check(placeholders(message.translation) == placeholders(message.source),
+                   QStringLiteral("placeholders")) ||
+            // No straight quotes, no three-dot ellipsis; German opens its
+            // quotes low.
+            !check(!message.translation.contains(QLatin1Char('"')), QStringLiteral("quote")) ||
+            !check(!message.translation.contains(QLatin1String("...")), QStringLiteral("dots")) ||
+            !check(language != QLatin1String("de") ||
+                       !message.translation.contains(QChar(0x201C)) ||
+                       message.translation.contains(QChar(0x201E)),
+                   QStringLiteral("German quotes"))) {
+            return false;
+        }
+        if (message.context == QLatin1String("Core")) {
+            core.insert(message.source);
+        }
+    }
+    for (const char* text : app::coreTexts()) {
+        if (!core.contains(QString::fromUtf8(text))) {
+            QTest::qFail(text, __FILE__, __LINE__);
+            return false;
+        }
+    }
+    return true;
+}
+
 // The texts of every visible item of the window.
 void collectTexts(QQuickItem* item, QStringList& texts) {
     if (!item->isVisible()) {
@@ -136,6 +185,9 @@ class TranslationTests : public QObject {
 
     void theCoreTextListIsWhatTheCoreAsksFor();
     void theGermanCatalogueIsComplete();
+    void theLinuxEnglishCatalogueIsComplete();
+    void anyOtherLanguageGetsLinuxEnglish();
+    void noTextNamesTheMacOrTheFinder();
     void theCoreSpeaksGerman();
     void theWindowSpeaksGerman();
 
@@ -192,30 +244,67 @@ void TranslationTests::theCoreTextListIsWhatTheCoreAsksFor() {
 }
 
 void TranslationTests::theGermanCatalogueIsComplete() {
+    QVERIFY(catalogueIsComplete(QStringLiteral(UT_GERMAN_CATALOGUE), QStringLiteral("de")));
+}
+
+void TranslationTests::theLinuxEnglishCatalogueIsComplete() {
+    QVERIFY(catalogueIsComplete(QStringLiteral(UT_ENGLISH_CATALOGUE), QStringLiteral("en")));
+}
+
+// Which catalogue each locale gets: its own language where there is one,
+// Linux English for every other language and for the C locale.
+void TranslationTests::anyOtherLanguageGetsLinuxEnglish() {
+    QCoreApplication::removeTranslator(&translator_);
+    for (const auto& [locale, language] :
+         {std::pair{QLocale(QStringLiteral("de_AT")), QStringLiteral("de")},
+          std::pair{QLocale(QStringLiteral("en_GB")), QStringLiteral("en")},
+          std::pair{QLocale(QStringLiteral("fr_FR")), QStringLiteral("en")},
+          std::pair{QLocale::c(), QStringLiteral("en")}}) {
+        QTranslator translator;
+        QVERIFY2(app::installTranslations(translator, locale), qPrintable(locale.name()));
+        QCOMPARE(translator.language(), language);
+        QCOMPARE(QCoreApplication::translate("FinishedView", "Reveal in Finder"),
+                 language == QLatin1String("de") ? QStringLiteral("Im Dateimanager zeigen")
+                                                 : QStringLiteral("Show in File Manager"));
+        QCoreApplication::removeTranslator(&translator);
+    }
+    QVERIFY(QCoreApplication::installTranslator(&translator_));
+}
+
+// Every text the window can show (every entry of the catalogues, which the
+// translation tools gather from every screen, accessible names and
+// descriptions included) and every sentence of the core, as a Linux user
+// sees them in German and in English: none speaks of a Mac or the Finder.
+void TranslationTests::noTextNamesTheMacOrTheFinder() {
     QString language;
-    const QList<Message> messages = readCatalogue(QStringLiteral(UT_GERMAN_CATALOGUE), &language);
-    QCOMPARE(language, QStringLiteral("de"));
+    const QList<Message> messages = readCatalogue(QStringLiteral(UT_ENGLISH_CATALOGUE), &language);
     QVERIFY(messages.size() > 40);
-    std::set<QString> core;
-    for (const Message& message : messages) {
-        const QString where = message.context + QStringLiteral(": ") + message.source;
-        QVERIFY2(message.type.isEmpty(), qPrintable(message.type + QStringLiteral(" ") + where));
-        QVERIFY2(!message.translation.isEmpty(), qPrintable(where));
-        QVERIFY2(placeholders(message.translation) == placeholders(message.source),
-                 qPrintable(where));
-        // German typography: no straight quotes, no three-dot ellipsis.
-        QVERIFY2(!message.translation.contains(QLatin1Char('"')), qPrintable(where));
-        QVERIFY2(!message.translation.contains(QLatin1String("...")), qPrintable(where));
-        QVERIFY2(!message.translation.contains(QChar(0x201C)) ||
-                     message.translation.contains(QChar(0x201E)),
-                 qPrintable(where));
-        if (message.context == QLatin1String("Core")) {
-            core.insert(message.source);
+    static const QRegularExpression apple(QStringLiteral("\\bMac\\b|Finder"));
+    QCoreApplication::removeTranslator(&translator_);
+    app::installCoreTextLookup();
+    for (const QLocale& locale :
+         {QLocale(QStringLiteral("de_DE")), QLocale(QStringLiteral("en_US"))}) {
+        QTranslator translator;
+        QVERIFY(app::installTranslations(translator, locale));
+        QStringList shown;
+        for (const Message& message : messages) {
+            shown.append(QCoreApplication::translate(qPrintable(message.context),
+                                                     qPrintable(message.source)));
         }
+        for (const RemovalReason& reason : everyReason()) {
+            shown.append(QString::fromStdString(reason.explanation()));
+        }
+        for (const AppVerificationProblem& problem : everyProblem()) {
+            shown.append(QString::fromStdString(problem.explanation()));
+        }
+        for (const QString& text : shown) {
+            QVERIFY2(!text.contains(apple),
+                     qPrintable(locale.name() + QStringLiteral(": ") + text));
+        }
+        QCoreApplication::removeTranslator(&translator);
     }
-    for (const char* text : app::coreTexts()) {
-        QVERIFY2(core.contains(QString::fromUtf8(text)), text);
-    }
+    removal::setTextLookup({});
+    QVERIFY(QCoreApplication::installTranslator(&translator_));
 }
 
 void TranslationTests::theCoreSpeaksGerman() {
@@ -273,7 +362,7 @@ void TranslationTests::theWindowSpeaksGerman() {
              QStringLiteral("Dadurch werden Tavio und seine Daten für den Benutzer „alice“ "
                             "endgültig entfernt."),
              QStringLiteral("Wird entfernt"),
-             QStringLiteral("Bleibt auf Ihrem Mac"),
+             QStringLiteral("Bleibt auf Ihrem Computer"),
              QStringLiteral("Einstellungen"),
              QStringLiteral("Tavio-App"),
              QStringLiteral(

@@ -2,12 +2,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <memory>
 #include <string>
 
+#include "PackageFixture.h"
 #include "ProgramLauncher.h"
 #include "TempDir.h"
 
@@ -15,60 +13,8 @@
 // scratch root, and the program started from there.
 namespace {
 
+using namespace packagetest;
 namespace fs = std::filesystem;
-
-const std::string kBundle = "usr/lib/uninstall-tavio/Uninstall Tavio.app";
-const std::string kDesktopEntry = "usr/share/applications/io.tavio.Tavio.Uninstaller.desktop";
-const std::string kIcon = "usr/share/icons/hicolor/scalable/apps/io.tavio.Tavio.Uninstaller.svg";
-
-// Runs a shell command; its output goes to `log`. The exit status.
-int run(const std::string& command, const std::string& log) {
-    const int status = std::system((command + " >'" + log + "' 2>&1").c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-class PackageTest : public ::testing::Test {
-  protected:
-    static void SetUpTestSuite() {
-        temp_ = std::make_unique<testsupport::TempDir>();
-        const std::string out = *temp_ / "out";
-        const std::string log = *temp_ / "cpack.log";
-        if (run("cpack --config '" UT_CPACK_CONFIG "' -B '" + out + "'", log) != 0) {
-            problem_ = "cpack failed:\n" + testsupport::readFile(log);
-            return;
-        }
-        for (const auto& entry : fs::directory_iterator(out)) {
-            if (entry.path().extension() == ".deb") {
-                deb_ = entry.path();
-            }
-        }
-        if (deb_.empty()) {
-            problem_ = "cpack made no .deb:\n" + testsupport::readFile(log);
-            return;
-        }
-        if (run("dpkg-deb -x '" + deb_ + "' '" + root() + "'", *temp_ / "x.log") != 0) {
-            problem_ = "dpkg-deb -x failed:\n" + testsupport::readFile(*temp_ / "x.log");
-        }
-    }
-    static void TearDownTestSuite() { temp_.reset(); }
-
-    void SetUp() override { ASSERT_TRUE(problem_.empty()) << problem_; }
-
-    static std::string root() { return *temp_ / "root"; }
-    static std::string field(const std::string& name) {
-        const std::string log = *temp_ / "field.log";
-        (void)run("dpkg-deb -f '" + deb_ + "' " + name, log);
-        return testsupport::readFile(log);
-    }
-
-    static std::unique_ptr<testsupport::TempDir> temp_;
-    static std::string deb_;
-    static std::string problem_;
-};
-
-std::unique_ptr<testsupport::TempDir> PackageTest::temp_;
-std::string PackageTest::deb_;
-std::string PackageTest::problem_;
 
 TEST_F(PackageTest, HoldsTheWholeBundle) {
     const std::string executable = root() + "/" + kBundle + "/Contents/MacOS/Uninstall Tavio";
@@ -99,11 +45,6 @@ TEST_F(PackageTest, HasADesktopEntryAndTheIcon) {
         EXPECT_NE(entry.find(line), std::string::npos) << line;
     }
     EXPECT_EQ(testsupport::readFile(root() + "/" + kIcon), testsupport::readFile(UT_APP_ICON));
-    if (::access("/usr/bin/desktop-file-validate", X_OK) == 0) {
-        const std::string log = *temp_ / "validate.log";
-        EXPECT_EQ(run("desktop-file-validate '" + root() + "/" + kDesktopEntry + "'", log), 0)
-            << testsupport::readFile(log);
-    }
 }
 
 TEST_F(PackageTest, NamesWhatTheProgramNeeds) {
