@@ -16,8 +16,9 @@ packages=(
   # tests of the real window, its accessibility tree and the sandboxed demo
   xvfb xauth dbus dbus-x11 at-spi2-core gir1.2-atspi-2.0 python3-gi
   bubblewrap util-linux strace procps
-  # screenshots of the virtual display (xwd, netpbm) and its clipboard (xclip)
-  x11-apps netpbm xclip
+  # screenshots of the virtual display (xwd, netpbm), its clipboard (xclip)
+  # and its keyboard (xdotool)
+  x11-apps netpbm xclip xdotool
   # the Debian package (cpack: dpkg-shlibdeps and file)
   dpkg-dev file
 )

@@ -10,6 +10,7 @@
 #include <QTranslator>
 #include <QUrl>
 
+#include "app/AccessibleControls.h"
 #include "app/SystemServices.h"
 #include "app/TemporaryCopy.h"
 #include "app/TerminationGuard.h"
@@ -69,6 +70,7 @@ int runWindow(QGuiApplication& application) {
     installCoreTextLookup();
     QQuickStyle::setStyle(QStringLiteral("Fusion"));
     chooseSceneGraph();
+    installAccessibleControls();
 
     const target::UninstallContext context = target::UninstallContext::current();
     UninstallerModel model(makeSystemEngine(context), makeSystemDesktopActions());
