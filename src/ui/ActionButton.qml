@@ -18,7 +18,7 @@ Button {
     horizontalPadding: 12
 
     readonly property bool filled: root.prominent && root.enabled
-    readonly property color fillColor: root.destructive ? Theme.red : Theme.palette.highlight
+    readonly property color fillColor: root.destructive ? Theme.redFill : Theme.accentFill
 
     // Setting a palette colour sets it for every state, the disabled one
     // included, so the greyed lettering has to be chosen here too.
