@@ -11,6 +11,7 @@
 #include <QUrl>
 
 #include "app/AccessibleControls.h"
+#include "app/DesktopColorScheme.h"
 #include "app/SystemServices.h"
 #include "app/TemporaryCopy.h"
 #include "app/TerminationGuard.h"
@@ -71,6 +72,7 @@ int runWindow(QGuiApplication& application) {
     QQuickStyle::setStyle(QStringLiteral("Fusion"));
     chooseSceneGraph();
     installAccessibleControls();
+    followDesktopColorScheme();
 
     const target::UninstallContext context = target::UninstallContext::current();
     UninstallerModel model(makeSystemEngine(context), makeSystemDesktopActions());

@@ -580,6 +580,83 @@ def case_screen_reader_announcements(args):
         c.close()
 
 
+# A desktop portal that answers only the colour-scheme question, with "prefer
+# dark", wrapped in two variants as older portals send it.
+FAKE_PORTAL = r"""
+from gi.repository import Gio, GLib
+XML = ('<node><interface name="org.freedesktop.portal.Settings"><method name="Read">'
+       '<arg type="s" direction="in"/><arg type="s" direction="in"/>'
+       '<arg type="v" direction="out"/></method></interface></node>')
+info = Gio.DBusNodeInfo.new_for_xml(XML).interfaces[0]
+def call(connection, sender, path, interface, method, parameters, invocation):
+    if tuple(parameters.unpack()) == ("org.freedesktop.appearance", "color-scheme"):
+        inner = GLib.Variant("v", GLib.Variant("u", 1))
+        invocation.return_value(GLib.Variant("(v)", (inner,)))
+    else:
+        invocation.return_dbus_error("org.freedesktop.portal.Error.NotFound", "no such key")
+def bus_acquired(connection, name):
+    connection.register_object("/org/freedesktop/portal/desktop", info, call, None, None)
+def name_acquired(connection, name):
+    print("ready", flush=True)
+Gio.bus_own_name(Gio.BusType.SESSION, "org.freedesktop.portal.Desktop", 0,
+                 bus_acquired, name_acquired, None)
+GLib.MainLoop().run()
+"""
+
+
+def window_pixels(sb):
+    """The program's window as (width, height, rows of RGB bytes), from the
+    display itself."""
+    xwd = subprocess.run(["xwd", "-silent", "-display", sb.display, "-name", "Uninstall Tavio"],
+                         capture_output=True, check=True, timeout=30,
+                         env=sb.client_environment()).stdout
+    ppm = subprocess.run(["xwdtopnm"], input=xwd, capture_output=True, check=True,
+                         timeout=30).stdout
+    fields = ppm.split(maxsplit=4)
+    check(fields[0] == b"P6" and fields[3] == b"255", "unexpected image header %r" % fields[:4])
+    return int(fields[1]), int(fields[2]), fields[4]
+
+
+def lightness_at(image, x, y):
+    width, _, data = image
+    offset = 3 * (y * width + x)
+    r, g, b = data[offset:offset + 3]
+    return (max(r, g, b) + min(r, g, b)) / 510
+
+
+def case_dark_desktop(args):
+    """The desktop asks for dark through its portal (and Qt's platform theme
+    gives a light palette): the window draws every surface dark."""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        d = drive_module
+        sb.start_display()
+        sb.start_bus()
+        os.environ.update(sb.client_environment())
+        portal = sb._spawn(["/usr/bin/python3", "-c", FAKE_PORTAL], stdout=subprocess.PIPE,
+                           stderr=subprocess.STDOUT)
+        ready = portal.stdout.readline().decode().strip()
+        check(ready == "ready", "the fake portal did not start: %r" % ready)
+        with open(c.stderr_path, "wb") as err:
+            sb.start_program(player=False, stdout=err, stderr=err)
+        driver = d.Driver(alive=lambda: sb.program_process.poll() is None)
+        c.driver = driver
+        driver.find_app(timeout=90)
+        driver.wait_for_title(d.REVIEW, 90)
+        time.sleep(0.5)
+        image = window_pixels(sb)
+        width, height, _ = image
+        for x, y in ((3, 3), (width - 4, height - 4), (width // 2, height - 4)):
+            check(lightness_at(image, x, y) < 0.3,
+                  "the window is light at (%d, %d) although the desktop asks for dark"
+                  % (x, y))
+        driver.press("Cancel")
+        check(sb.wait_program(30) == 0, "no clean exit after Cancel")
+    finally:
+        c.close()
+
+
 def add_bulk(sb, count=200):
     """A folder of small files in the cache, removed as part of the cache item."""
     root = os.path.join(sb.home, "Library/Caches/io.tavio.Tavio/bulk")
@@ -766,6 +843,7 @@ CASES = {
     "temporary_copy": case_temporary_copy,
     "screen_reader_states": case_screen_reader_states,
     "screen_reader_announcements": case_screen_reader_announcements,
+    "follows_Dark_desktop": case_dark_desktop,
 }
 
 
