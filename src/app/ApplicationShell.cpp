@@ -12,6 +12,7 @@
 
 #include "app/AccessibleControls.h"
 #include "app/DesktopColorScheme.h"
+#include "app/SingleInstance.h"
 #include "app/SystemServices.h"
 #include "app/TemporaryCopy.h"
 #include "app/TerminationGuard.h"
@@ -74,6 +75,13 @@ int runWindow(QGuiApplication& application) {
     installAccessibleControls();
     followDesktopColorScheme();
 
+    // A second start ends here, before it has looked at a single file.
+    SingleInstance instance(SingleInstance::defaultFolder());
+    if (!instance.acquire()) {
+        (void)activateRunningCopy();
+        return 0;
+    }
+
     const target::UninstallContext context = target::UninstallContext::current();
     UninstallerModel model(makeSystemEngine(context), makeSystemDesktopActions());
     TerminationGuard guard(&model);
@@ -84,6 +92,7 @@ int runWindow(QGuiApplication& application) {
         return 1;
     }
     guard.guardWindow(window);
+    offerActivation(window);
     return application.exec();
 }
 

@@ -57,6 +57,22 @@ ApplicationWindow {
             close.accepted = false
     }
 
+    // The desktop's own keys for quitting and closing. Both end where every
+    // other way of quitting ends, so they are refused while removing.
+    Shortcut {
+        objectName: "quitShortcut"
+        sequences: [StandardKey.Quit]
+        context: Qt.ApplicationShortcut
+        onActivated: root.model.quit()
+    }
+
+    Shortcut {
+        objectName: "closeShortcut"
+        sequences: [StandardKey.Close]
+        context: Qt.ApplicationShortcut
+        onActivated: root.close()
+    }
+
     UninstallerView {
         id: view
         anchors.fill: parent

@@ -771,6 +771,95 @@ def case_removal_defers_sigterm(args):
         c.close()
 
 
+def case_desktop_keys(args):
+    """Ctrl+Q and Ctrl+W go through the same guard as every other way of
+    quitting: refused while removing, honoured after."""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        d = drive_module
+        driver, bulk = start_for_held_removal(c)
+        with OpenGate(bulk) as gate:
+            hold_removal(driver, gate)
+            focus_window()
+            keys("ctrl+q")
+            keys("ctrl+w")
+            time.sleep(0.5)
+            check_still_removing(driver, sb, bulk)
+        done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 180)
+        check(done.title == d.COMPLETED, "the run did not complete:\n" + done.dump())
+        time.sleep(0.5)
+        check(sb.program_process.poll() is None, "a refused key took effect later")
+        focus_window()
+        keys("ctrl+q")
+        check(sb.wait_program(30) == 0, "Ctrl+Q did not quit after the run")
+    finally:
+        c.close()
+
+
+def case_close_key(args):
+    """Ctrl+W on the review closes the window, and the program ends."""
+    c = Case(args)
+    try:
+        driver = c.start(player=False)
+        driver.wait_for_title(drive_module.REVIEW, 90)
+        focus_window()
+        keys("ctrl+w")
+        check(c.sandbox.wait_program(30) == 0, "Ctrl+W did not close the window")
+    finally:
+        c.close()
+
+
+def case_single_instance(args):
+    """A second start while the first is removing ends at once, without
+    scanning or removing anything, and the first run completes alone."""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        d = drive_module
+        driver, bulk = start_for_held_removal(c)
+        first = sb.program_process
+        with OpenGate(bulk) as gate:
+            hold_removal(driver, gate)
+            second_output = os.path.join(sb.scratch, "second.output")
+            with open(second_output, "wb") as err:
+                second = sb.start_program(player=False, stdout=err, stderr=err)
+            sb.program_process = first
+            try:
+                status = second.wait(timeout=30)
+            except subprocess.TimeoutExpired:
+                raise AssertionError("the second start is still running beside the first")
+            check(status == 0, "the second start ended with %r" % status)
+            # It went without trying to remove what the first run holds:
+            # the gate saw no open of the folder but the first run's.
+            pending, _, _ = select.select([gate.fd], [], [], 0)
+            check(not pending, "the second start opened the folder being removed")
+            check_still_removing(driver, sb, bulk)
+            apps = [a for a in (Atspi_apps()) if a == d.APP_NAME]
+            check(len(apps) == 1, "%d windows of the uninstaller on the bus" % len(apps))
+        done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 180)
+        check(done.title == d.COMPLETED, "the run did not complete:\n" + done.dump())
+        passed, output = sb.check_canaries()
+        check(passed, "canaries: " + output)
+        driver.press("Quit")
+        check(sb.wait_program(30) == 0, "no clean exit after Quit")
+    finally:
+        c.close()
+
+
+def Atspi_apps():
+    """The names of the applications on the accessibility bus."""
+    from gi.repository import Atspi
+    desktop = Atspi.get_desktop(0)
+    names = []
+    for i in range(desktop.get_child_count()):
+        try:
+            names.append(desktop.get_child_at_index(i).get_name())
+        except Exception:  # noqa: BLE001 - an application may leave meanwhile
+            continue
+    return names
+
+
 def case_waiting_allows_quit(args):
     """While the uninstaller waits for Tavio nothing has been deleted, and
     closing the window quits."""
@@ -844,6 +933,9 @@ CASES = {
     "screen_reader_states": case_screen_reader_states,
     "screen_reader_announcements": case_screen_reader_announcements,
     "follows_Dark_desktop": case_dark_desktop,
+    "desktop_keys": case_desktop_keys,
+    "close_key": case_close_key,
+    "single_instance": case_single_instance,
 }
 
 
