@@ -19,6 +19,9 @@ packages=(
   # screenshots of the virtual display (xwd, netpbm), its clipboard (xclip)
   # and its keyboard (xdotool)
   x11-apps netpbm xclip xdotool
+  # the same under headless Wayland compositors: weston (no seat), sway (a
+  # seat) with wtype for its keyboard, and Qt's Wayland plugin
+  weston sway wtype qt6-wayland
   # the Debian package (cpack: dpkg-shlibdeps and file)
   dpkg-dev file
 )

@@ -38,6 +38,15 @@ void keepNoState() {
     }
 }
 
+// The window takes no typed text (paths can be selected and copied, never
+// edited), so it asks for no input method. That also keeps Qt 6.4's Wayland
+// plugin away from its text-input support, which crashes while the window
+// loads when the compositor offers no seat (kiosk and remote sessions, a
+// headless compositor). Read when the application starts.
+void needNoInputMethod() {
+    qputenv("QT_IM_MODULE", "none");
+}
+
 // The window is still text and a few icons. The software scene graph draws
 // it without compiling a single shader, which on a machine without a GPU
 // driver (a virtual machine, a remote display) costs more than everything
@@ -100,6 +109,7 @@ int runWindow(QGuiApplication& application) {
 
 int runApplication(int& argc, char** argv) {
     keepNoState();
+    needNoInputMethod();
     QString bundlePath;
     int code = 0;
     {

@@ -65,16 +65,33 @@ class Case:
         if plant.pop("plant", True):
             self.sandbox.plant(**plant)
 
-    def start(self, **program):
+    def start(self, compositor=None, **program):
+        """Starts the display (an X server, or the named headless Wayland
+        compositor), the buses and the program, and finds its window."""
         sb = self.sandbox
-        sb.start_display()
+        if compositor:
+            sb.start_wayland(compositor)
+        else:
+            sb.start_display()
         sb.start_bus()
         os.environ.update(sb.client_environment())
         with open(self.stderr_path, "wb") as err:
             sb.start_program(stdout=err, stderr=err, **program)
         self.driver = drive_module.Driver(alive=lambda: sb.program_process.poll() is None)
         self.driver.find_app(timeout=90)
+        if compositor:
+            self.check_on_wayland()
         return self.driver
+
+    def check_on_wayland(self):
+        """The program draws through Qt's Wayland plugin, not through an X
+        server (there is none)."""
+        pid = self.program_pid()
+        with open("/proc/%d/maps" % pid) as maps:
+            mapped = maps.read()
+        check("libQt6WaylandClient" in mapped, "the program is not a Wayland client")
+        check("libxcb-" not in mapped or "libqxcb" not in mapped,
+              "the program loaded the X11 platform plugin")
 
     def program_pid(self):
         return wait_until(lambda: self.sandbox.program_pid_inside(), 30, "the program's pid")
@@ -203,13 +220,27 @@ def user_name():
 
 
 def keys(*names):
-    """Types keys on the program's display, into the focused window (XTEST)."""
-    subprocess.run(["xdotool", "key", "--clearmodifiers"] + list(names), check=True,
-                   capture_output=True, timeout=30)
+    """Types keys into the focused window: through XTEST on an X server,
+    through the virtual-keyboard protocol on a Wayland compositor. A name is
+    a key ("Tab") or a modifier and a key ("ctrl+q")."""
+    wayland = Case.current is not None and Case.current.sandbox.wayland
+    for name in names:
+        if not wayland:
+            command = ["xdotool", "key", "--clearmodifiers", name]
+        elif "+" in name:
+            modifier, key = name.split("+", 1)
+            command = ["wtype", "-M", modifier, key, "-m", modifier]
+        else:
+            command = ["wtype", "-k", name]
+        subprocess.run(command, check=True, capture_output=True, timeout=30)
 
 
 def focus_window():
-    """Gives the program's window the keyboard (there is no window manager)."""
+    """Gives the program's window the keyboard. An X server here has no
+    window manager to do it; a Wayland compositor focuses a new window by
+    itself."""
+    if Case.current is not None and Case.current.sandbox.wayland:
+        return
     subprocess.run(["xdotool", "search", "--sync", "--name", "^Uninstall Tavio$",
                     "windowfocus", "--sync"], check=True, capture_output=True, timeout=60)
 
@@ -242,7 +273,7 @@ def check_tab_order(driver):
 
 # The cases --------------------------------------------------------------------
 
-def case_full_road(args):
+def case_full_road(args, compositor=None):
     c = Case(args)
     try:
         sb = c.sandbox
@@ -253,7 +284,7 @@ def case_full_road(args):
         # the inventory are already gone when the run begins.
         logs = os.path.join(sb.home, "Library/Logs/io.tavio.Tavio")
         subprocess.run(["rm", "-rf", "--", logs], check=True)
-        driver = c.start(player_args=("--quit-delay-ms", "300"))
+        driver = c.start(compositor=compositor, player_args=("--quit-delay-ms", "300"))
         review = driver.wait_for_title(d.REVIEW, 90)
         check("“%s”" % user_name() in (review.detail(d.REVIEW) or ""),
               "the review does not name the user: %r" % review.detail(d.REVIEW))
@@ -684,13 +715,13 @@ def signal_pending(pid, number):
     return False
 
 
-def start_for_held_removal(c):
+def start_for_held_removal(c, compositor=None):
     """Starts the program on a home with a bulk folder in its cache and
     Tavio not running, so that removal begins as soon as "Uninstall" has been
     pressed and a gate on that folder holds it in the middle of the cache.
     Returns the driver, with the review shown, and the folder."""
     bulk = add_bulk(c.sandbox)
-    driver = c.start(player=False)
+    driver = c.start(compositor=compositor, player=False)
     driver.wait_for_title(drive_module.REVIEW, 90)
     return driver, bulk
 
@@ -771,14 +802,17 @@ def case_removal_defers_sigterm(args):
         c.close()
 
 
-def case_desktop_keys(args):
+def case_desktop_keys(args, compositor=None):
     """Ctrl+Q and Ctrl+W go through the same guard as every other way of
     quitting: refused while removing, honoured after."""
     c = Case(args)
     try:
         sb = c.sandbox
         d = drive_module
-        driver, bulk = start_for_held_removal(c)
+        driver, bulk = start_for_held_removal(c, compositor)
+        focus_window()
+        order = check_tab_order(driver)
+        check(order == ["Cancel", "Uninstall…"], "Tab on the review reached %r" % order)
         with OpenGate(bulk) as gate:
             hold_removal(driver, gate)
             focus_window()
@@ -936,6 +970,11 @@ CASES = {
     "desktop_keys": case_desktop_keys,
     "close_key": case_close_key,
     "single_instance": case_single_instance,
+    # Weston's headless compositor has no seat: the program must not crash
+    # on it, and the whole road is driven through AT-SPI alone.
+    "Wayland_full_road": lambda args: case_full_road(args, compositor="weston"),
+    # sway's has one: the keys, typed through it.
+    "Wayland_desktop_keys": lambda args: case_desktop_keys(args, compositor="sway"),
 }
 
 
@@ -955,7 +994,8 @@ def main():
         print("SKIP: no AT-SPI bindings for /usr/bin/python3 (%s)" % error)
         return SKIP
     drive_module = imported_drive
-    for tool in ("bwrap", "Xvfb", "dbus-daemon", "xclip", "setpriv", "chattr", "xdotool"):
+    for tool in ("bwrap", "Xvfb", "dbus-daemon", "xclip", "setpriv", "chattr", "xdotool",
+                 "weston", "sway", "wtype"):
         if subprocess.run(["sh", "-c", "command -v " + tool], capture_output=True).returncode:
             print("FAILED: %s is not installed (scripts/setup.sh installs it)" % tool)
             return 1
