@@ -59,7 +59,6 @@ void ContrastTests::measure(const QPalette& palette, bool expectDark) {
     QFETCH(int, index);
     QGuiApplication::setPalette(palette);
     QQmlEngine engine;
-    engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
     const std::unique_ptr<ScenarioWindow> shown = showScenario(engine, scenarios().at(index));
     QVERIFY(shown);
     QQuickWindow* window = shown->quickWindow();
@@ -99,8 +98,7 @@ void ContrastTests::measure(const QPalette& palette, bool expectDark) {
 }
 
 int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    useOffscreenRendering();
     QGuiApplication application(argc, argv);
     QQuickStyle::setStyle(QStringLiteral("Fusion"));
     ContrastTests tests;

@@ -77,7 +77,6 @@ QString symbolProblem(const rendered::Mark& mark, double ratio) {
 void LayoutTests::screen() {
     QFETCH(int, index);
     QQmlEngine engine;
-    engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
     const std::unique_ptr<ScenarioWindow> shown = showScenario(engine, scenarios().at(index));
     QVERIFY(shown);
     QQuickWindow* window = shown->quickWindow();
@@ -119,8 +118,7 @@ void LayoutTests::screen() {
 }
 
 int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    useOffscreenRendering();
     QGuiApplication application(argc, argv);
     QQuickStyle::setStyle(QStringLiteral("Fusion"));
     // The desktop's font, as large as UT_FONT_SCALE says.

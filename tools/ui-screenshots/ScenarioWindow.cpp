@@ -34,6 +34,9 @@ QtObject {
 }  // namespace
 
 std::unique_ptr<ScenarioWindow> showScenario(QQmlEngine& engine, const Scenario& scenario) {
+    if (!engine.importPathList().contains(QStringLiteral("qrc:/qt/qml"))) {
+        engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
+    }
     QQmlComponent fakeModel(&engine);
     fakeModel.setData(kFakeModel, QUrl(QStringLiteral("qrc:/ui-screenshots/FakeModel.qml")));
     QQmlComponent main(&engine, QUrl(QStringLiteral("qrc:/qt/qml/UninstallTavio/Main.qml")));
@@ -51,6 +54,11 @@ std::unique_ptr<ScenarioWindow> showScenario(QQmlEngine& engine, const Scenario&
         return nullptr;
     }
     return shown;
+}
+
+void useOffscreenRendering() {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
 }
 
 void settle(QQuickWindow* window) {

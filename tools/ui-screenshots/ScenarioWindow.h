@@ -18,9 +18,14 @@ struct ScenarioWindow {
     QQuickWindow* quickWindow() const { return qobject_cast<QQuickWindow*>(window.get()); }
 };
 
-// Loads the window's Main.qml over a fake model with the scenario's values.
+// Loads the window's Main.qml (the module compiled into the program) over a
+// fake model with the scenario's values.
 // Returns nothing (and says why on stderr) when either fails to load.
 std::unique_ptr<ScenarioWindow> showScenario(QQmlEngine& engine, const Scenario& scenario);
+
+// Offscreen and software-rendered, so that the screens render anywhere and
+// give the same pixels every time. Call before the application exists.
+void useOffscreenRendering();
 
 // Lets the window lay itself out and draw a few frames.
 void settle(QQuickWindow* window);

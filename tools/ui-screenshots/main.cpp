@@ -63,7 +63,6 @@ bool renderAll(const QString& folderPath) {
     }
     folder.setPath(folderPath);
     QQmlEngine engine;
-    engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
     bool ok = true;
     for (const Scenario& scenario : scenarios())
         ok = render(engine, scenario, folder) && ok;
@@ -72,7 +71,6 @@ bool renderAll(const QString& folderPath) {
 
 int showOne(const QString& name) {
     QQmlEngine engine;
-    engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
     for (const Scenario& scenario : scenarios()) {
         if (scenario.name != name)
             continue;
@@ -96,10 +94,7 @@ int main(int argc, char* argv[]) {
         return 2;
     }
     const QString folderPath = QString::fromLocal8Bit(argv[1]);
-    // Offscreen and software-rendered, so that it runs anywhere and gives the
-    // same pixels every time.
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    useOffscreenRendering();
     QGuiApplication app(argc, argv);
     QQuickStyle::setStyle(QStringLiteral("Fusion"));
     qInstallMessageHandler(noteMessages);
