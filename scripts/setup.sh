@@ -20,8 +20,9 @@ packages=(
   # and its keyboard (xdotool)
   x11-apps netpbm xclip xdotool
   # the same under headless Wayland compositors: weston (no seat), sway (a
-  # seat) with wtype for its keyboard, and Qt's Wayland plugin
-  weston sway wtype qt6-wayland
+  # seat) with wtype for its keyboard and wl-paste for its clipboard, and
+  # Qt's Wayland plugin
+  weston sway wtype wl-clipboard qt6-wayland
   # the Debian package (cpack: dpkg-shlibdeps and file)
   dpkg-dev file
 )

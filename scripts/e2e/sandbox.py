@@ -496,8 +496,12 @@ class Sandbox:
         return ok
 
     def clipboard(self, timeout=10):
-        """The text on the virtual display's clipboard."""
-        result = subprocess.run(["xclip", "-o", "-selection", "clipboard"],
+        """The text on the virtual display's clipboard (on Wayland, read
+        through the compositor's data-control protocol, which needs no focus)."""
+        command = ["xclip", "-o", "-selection", "clipboard"]
+        if self.wayland:
+            command = ["wl-paste", "--no-newline"]
+        result = subprocess.run(command,
                                 env=self.client_environment(), capture_output=True,
                                 timeout=timeout)
         return result.stdout.decode(errors="replace") if result.returncode == 0 else None

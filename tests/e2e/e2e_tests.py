@@ -373,7 +373,7 @@ def lock_one_file(sb):
     raise AssertionError("no file in the cache to lock")
 
 
-def case_permission_denied(args):
+def case_permission_denied(args, compositor=None):
     """A file the user may not delete: the incomplete screen lists it with
     “Permission denied”, “Copy Paths” puts exactly the remaining paths on the
     clipboard, and “Try Again” leads back to the review."""
@@ -382,7 +382,7 @@ def case_permission_denied(args):
         sb = c.sandbox
         d = drive_module
         locked = lock_one_file(sb)
-        driver = c.start(player=False)
+        driver = c.start(compositor=compositor, player=False)
         confirm(driver)
         done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 120)
         check(done.title == d.INCOMPLETE, "expected an incomplete run:\n" + done.dump())
@@ -398,6 +398,10 @@ def case_permission_denied(args):
         check(rows[row][0] == os.path.basename(locked), "row title: %r" % rows[row][0])
         for path in shown:
             check(os.path.lexists(sb.outside(path)), "listed but gone: " + path)
+        if compositor:
+            # A person presses the button with a key or a click, whose serial
+            # Wayland asks for before it lets a client take the clipboard.
+            keys("Shift_L")
         driver.press("Copy Paths")
         clipboard = wait_until(lambda: sb.clipboard(), 30, "text on the clipboard")
         check(clipboard.rstrip("\n").split("\n") == shown,
@@ -442,6 +446,10 @@ def case_permission_denied_as_user(args):
               "the root-owned file is not listed with “Permission denied”:\n" + done.dump())
         for path in shown:
             check(os.path.lexists(sb.outside(path)), "listed but gone: " + path)
+        if compositor:
+            # A person presses the button with a key or a click, whose serial
+            # Wayland asks for before it lets a client take the clipboard.
+            keys("Shift_L")
         driver.press("Copy Paths")
         clipboard = wait_until(lambda: sb.clipboard(), 30, "text on the clipboard")
         check(clipboard.rstrip("\n").split("\n") == shown,
@@ -844,14 +852,16 @@ def case_close_key(args):
         c.close()
 
 
-def case_single_instance(args):
+def case_single_instance(args, compositor=None):
     """A second start while the first is removing ends at once, without
-    scanning or removing anything, and the first run completes alone."""
+    scanning or removing anything, and the first run completes alone. (Its
+    request to raise the window is answered; whether the window comes to the
+    front is the window system's business.)"""
     c = Case(args)
     try:
         sb = c.sandbox
         d = drive_module
-        driver, bulk = start_for_held_removal(c)
+        driver, bulk = start_for_held_removal(c, compositor)
         first = sb.program_process
         with OpenGate(bulk) as gate:
             hold_removal(driver, gate)
@@ -973,8 +983,11 @@ CASES = {
     # Weston's headless compositor has no seat: the program must not crash
     # on it, and the whole road is driven through AT-SPI alone.
     "Wayland_full_road": lambda args: case_full_road(args, compositor="weston"),
-    # sway's has one: the keys, typed through it.
+    "Wayland_single_instance": lambda args: case_single_instance(args, compositor="weston"),
+    # sway's has one: the keys, typed through it, and the clipboard, which
+    # a Wayland client may only set while it has a seat's focus.
     "Wayland_desktop_keys": lambda args: case_desktop_keys(args, compositor="sway"),
+    "Wayland_permission_denied": lambda args: case_permission_denied(args, compositor="sway"),
 }
 
 
@@ -995,7 +1008,7 @@ def main():
         return SKIP
     drive_module = imported_drive
     for tool in ("bwrap", "Xvfb", "dbus-daemon", "xclip", "setpriv", "chattr", "xdotool",
-                 "weston", "sway", "wtype"):
+                 "weston", "sway", "wtype", "wl-paste"):
         if subprocess.run(["sh", "-c", "command -v " + tool], capture_output=True).returncode:
             print("FAILED: %s is not installed (scripts/setup.sh installs it)" % tool)
             return 1
