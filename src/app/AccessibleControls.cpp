@@ -99,14 +99,14 @@ class AccessibleLeaf : public QAccessibleObject {
 
     QString text(QAccessible::Text type) const override {
         switch (type) {
-        case QAccessible::Name: {
-            const QVariant name = attachedProperty(item(), "name");
-            return name.isNull() ? item()->property("text").toString() : name.toString();
-        }
-        case QAccessible::Description:
-            return attachedProperty(item(), "description").toString();
-        default:
-            return {};
+            case QAccessible::Name: {
+                const QVariant name = attachedProperty(item(), "name");
+                return name.isNull() ? item()->property("text").toString() : name.toString();
+            }
+            case QAccessible::Description:
+                return attachedProperty(item(), "description").toString();
+            default:
+                return {};
         }
     }
 

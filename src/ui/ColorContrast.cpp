@@ -11,8 +11,7 @@ double linear(double channel) {
 
 bool reaches(const QColor& colour, const QList<QColor>& backgrounds, double minimum) {
     return std::all_of(backgrounds.cbegin(), backgrounds.cend(), [&](const QColor& background) {
-        return ColorContrast::ratio(ColorContrast::over(colour, background), background) >=
-               minimum;
+        return ColorContrast::ratio(ColorContrast::over(colour, background), background) >= minimum;
     });
 }
 
@@ -42,7 +41,8 @@ QColor ColorContrast::over(const QColor& colour, const QColor& background) {
                             static_cast<float>(mix(top.blueF(), bottom.blueF())));
 }
 
-QColor ColorContrast::readable(const QColor& colour, const QVariantList& backgrounds,
+QColor ColorContrast::readable(const QColor& colour,
+                               const QVariantList& backgrounds,
                                double minimum) {
     QList<QColor> surfaces;
     for (const QVariant& background : backgrounds) {
@@ -55,7 +55,8 @@ QColor ColorContrast::readable(const QColor& colour, const QVariantList& backgro
     const bool darken = luminance(surfaces.first()) > 0.18;
     QColor adjusted = colour.toHsl();
     for (int step = 0; step < 100 && !reaches(adjusted, surfaces, minimum); ++step) {
-        const float next = std::clamp(adjusted.lightnessF() + (darken ? -0.01F : 0.01F), 0.0F, 1.0F);
+        const float next =
+            std::clamp(adjusted.lightnessF() + (darken ? -0.01F : 0.01F), 0.0F, 1.0F);
         adjusted.setHslF(adjusted.hslHueF(), adjusted.hslSaturationF(), next, adjusted.alphaF());
         if (next == 0.0F || next == 1.0F) {
             break;

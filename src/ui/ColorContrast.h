@@ -34,6 +34,7 @@ class ColorContrast : public QObject {
     // `colour`, darkened when the first background is light and lightened
     // when it is dark, until it reaches `minimum` against every background
     // (a list of colours), or as near as black or white gets.
-    Q_INVOKABLE static QColor readable(const QColor& colour, const QVariantList& backgrounds,
+    Q_INVOKABLE static QColor readable(const QColor& colour,
+                                       const QVariantList& backgrounds,
                                        double minimum);
 };

@@ -51,9 +51,13 @@ void ContrastTests::scenarioRows() {
     }
 }
 
-void ContrastTests::lightPalette() { measure(platform_, false); }
+void ContrastTests::lightPalette() {
+    measure(platform_, false);
+}
 
-void ContrastTests::darkPalette() { measure(colorscheme::darkPalette(), true); }
+void ContrastTests::darkPalette() {
+    measure(colorscheme::darkPalette(), true);
+}
 
 void ContrastTests::measure(const QPalette& palette, bool expectDark) {
     QFETCH(int, index);

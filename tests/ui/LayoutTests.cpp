@@ -101,7 +101,8 @@ void LayoutTests::screen() {
         }
         if (mark.kind == rendered::Kind::symbol) {
             const QString problem = symbolProblem(mark, ratio);
-            if (!problem.isEmpty()) problems.append(problem);
+            if (!problem.isEmpty())
+                problems.append(problem);
             continue;
         }
         for (qsizetype j = i + 1; j < marks.size(); ++j) {

@@ -44,12 +44,14 @@ QColor surrounding(const QImage& image, const QRectF& scene) {
         const QRect ring = inner.adjusted(-distance, -distance, distance, distance);
         for (int x = ring.left(); x <= ring.right(); ++x) {
             for (int y : {ring.top(), ring.bottom()}) {
-                if (image.valid(x, y)) ++counts[image.pixel(x, y)];
+                if (image.valid(x, y))
+                    ++counts[image.pixel(x, y)];
             }
         }
         for (int y = ring.top() + 1; y < ring.bottom(); ++y) {
             for (int x : {ring.left(), ring.right()}) {
-                if (image.valid(x, y)) ++counts[image.pixel(x, y)];
+                if (image.valid(x, y))
+                    ++counts[image.pixel(x, y)];
             }
         }
     }
@@ -70,8 +72,8 @@ void collect(QQuickItem* item, QQuickWindow* window, const QImage& image, QList<
     }
     const bool text = item->inherits("QQuickText") || item->inherits("QQuickTextEdit");
     const bool symbol = item->inherits("QQuickIconImage");
-    const QString what = text ? item->property("text").toString()
-                              : item->property("source").toUrl().fileName();
+    const QString what =
+        text ? item->property("text").toString() : item->property("source").toUrl().fileName();
     if ((text || symbol) && !what.isEmpty() && item->width() > 0 && item->height() > 0) {
         const QRectF scene = item->mapRectToScene(item->boundingRect());
         const QRectF windowArea(0, 0, window->width(), window->height());
@@ -79,11 +81,11 @@ void collect(QQuickItem* item, QQuickWindow* window, const QImage& image, QList<
             QColor ink = item->property("color").value<QColor>();
             ink.setAlphaF(static_cast<float>(ink.alphaF() * effectiveOpacity(item)));
             const QColor background = surrounding(image, scene);
-            const Kind kind = symbol ? Kind::symbol
+            const Kind kind = symbol                                           ? Kind::symbol
                               : isLarge(item->property("font").value<QFont>()) ? Kind::largeText
-                                                                                : Kind::text;
+                                                                               : Kind::text;
             out.append({what, kind, item, scene, ColorContrast::over(ink, background), background,
-                         !item->isEnabled()});
+                        !item->isEnabled()});
         }
     }
     for (QQuickItem* child : item->childItems()) {

@@ -16,7 +16,7 @@ namespace rendered {
 enum class Kind { text, largeText, symbol };
 
 struct Mark {
-    QString what;       // the text, or the symbol's source, for messages
+    QString what;  // the text, or the symbol's source, for messages
     Kind kind;
     QQuickItem* item;
     QRectF scene;       // in the window's coordinates (points)
