@@ -16,8 +16,13 @@ packages=(
   # tests of the real window, its accessibility tree and the sandboxed demo
   xvfb xauth dbus dbus-x11 at-spi2-core gir1.2-atspi-2.0 python3-gi
   bubblewrap util-linux strace procps
-  # screenshots of the virtual display (xwd, netpbm) and its clipboard (xclip)
-  x11-apps netpbm xclip
+  # screenshots of the virtual display (xwd, netpbm), its clipboard (xclip)
+  # and its keyboard (xdotool)
+  x11-apps netpbm xclip xdotool
+  # the same under headless Wayland compositors: weston (no seat), sway (a
+  # seat) with wtype for its keyboard and wl-paste for its clipboard, and
+  # Qt's Wayland plugin
+  weston sway wtype wl-clipboard qt6-wayland
   # the Debian package (cpack: dpkg-shlibdeps and file) and the checks that
   # distributions run on it: lintian, the desktop entry's and the AppStream
   # file's validators, and xprop to read the window's class and icon

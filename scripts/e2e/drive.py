@@ -16,7 +16,7 @@ import time
 import gi
 
 gi.require_version("Atspi", "2.0")
-from gi.repository import Atspi  # noqa: E402
+from gi.repository import Atspi, GLib  # noqa: E402
 
 APP_NAME = "Uninstall Tavio"
 
@@ -46,7 +46,11 @@ class Node:
         self.description = accessible.get_description() or ""
         states = accessible.get_state_set()
         self.enabled = states.contains(Atspi.StateType.ENABLED)
+        self.sensitive = states.contains(Atspi.StateType.SENSITIVE)
         self.showing = states.contains(Atspi.StateType.SHOWING)
+        self.focusable = states.contains(Atspi.StateType.FOCUSABLE)
+        self.focused = states.contains(Atspi.StateType.FOCUSED)
+        self.is_default = states.contains(Atspi.StateType.IS_DEFAULT)
         self.text = ""
         try:
             text = accessible.get_text_iface()
@@ -55,9 +59,25 @@ class Node:
         except Exception:  # noqa: BLE001 - an object may vanish while it is read
             pass
 
+    def actions(self):
+        """The names of the actions the object offers now."""
+        action = self.accessible.get_action_iface()
+        if action is None:
+            return []
+        return [action.get_action_name(i) for i in range(action.get_n_actions())]
+
+    def value(self):
+        """(current, minimum, maximum) of an object with a value, or None."""
+        value = self.accessible.get_value_iface()
+        if value is None:
+            return None
+        return (value.get_current_value(), value.get_minimum_value(),
+                value.get_maximum_value())
+
     def __repr__(self):
-        return "%s%s %r %r%s" % ("  " * self.depth, self.role, self.name, self.description,
-                                 "" if self.enabled else " (disabled)")
+        return "%s%s %r %r%s%s" % ("  " * self.depth, self.role, self.name, self.description,
+                                   "" if self.enabled else " (disabled)",
+                                   " (focused)" if self.focused else "")
 
 
 class Screen:
@@ -230,6 +250,7 @@ class Driver:
         last = None
         while time.monotonic() < deadline:
             self._check_alive()
+            pump_events()
             try:
                 last = self.screen()
                 if predicate(last):
@@ -262,6 +283,62 @@ class Driver:
                 action.do_action(i)
                 return
         raise DriveError("the button “%s” has no Press action" % name)
+
+
+# What a screen reader hears: events from the program --------------------------
+
+def pump_events():
+    """Delivers the accessibility events that have arrived to their listeners."""
+    context = GLib.MainContext.default()
+    while context.pending():
+        context.iteration(False)
+
+
+class Heard:
+    """One event, with what its source said about itself when it arrived."""
+
+    def __init__(self, event):
+        self.type = event.type
+        self.detail = event.detail1
+        self.data = event.any_data
+        self.role = self.name = self.description = ""
+        self.value = None
+        try:
+            source = event.source
+            self.role = source.get_role_name() or ""
+            self.name = source.get_name() or ""
+            self.description = source.get_description() or ""
+            value = source.get_value_iface()
+            if value is not None:
+                self.value = value.get_current_value()
+        except Exception:  # noqa: BLE001 - the source may be gone already
+            pass
+
+    def __repr__(self):
+        return "%s %s %r %r value=%r detail=%r" % (self.type, self.role, self.name,
+                                                   self.description, self.value, self.detail)
+
+
+class Listener:
+    """Records the events of the given types (for example
+    "object:property-change:accessible-description") that the program sends,
+    as a screen reader registered for them receives them. The program only
+    sends what someone listens for, so register before the change."""
+
+    def __init__(self, event_types):
+        self.heard = []
+        self._listener = Atspi.EventListener.new(lambda event: self.heard.append(Heard(event)))
+        self._types = list(event_types)
+        for event_type in self._types:
+            self._listener.register(event_type)
+
+    def close(self):
+        for event_type in self._types:
+            self._listener.deregister(event_type)
+
+    def of_type(self, prefix):
+        pump_events()
+        return [h for h in self.heard if h.type.startswith(prefix)]
 
 
 # Closing the window the way a window manager asks: WM_DELETE_WINDOW ----------

@@ -101,6 +101,7 @@ class Sandbox:
         self.inside_home = real_home()
         self.user = None  # a user database entry when the program runs as another user
         self.display = None       # a virtual display of our own
+        self.wayland = None       # or a headless Wayland compositor: its socket's path
         self.host_display = None  # or the person's own display
         self.host_binds = []
         self.bus_address = None
@@ -218,6 +219,58 @@ class Sandbox:
         self.display = ":" + number
         return self.display
 
+    def start_wayland(self, compositor="weston", timeout=30):
+        """A headless Wayland compositor of our own instead of an X server.
+        weston's headless backend offers no seat (no keyboard, no pointer);
+        sway's always has one, and wtype types on it. sway refuses to run as
+        root, so it runs as nobody, in a runtime folder of its own beside the
+        sandbox's (which nobody cannot enter), shown to the program too."""
+        folder = os.path.join(self.root, "wayland")
+        os.makedirs(folder, mode=0o700)
+        env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "HOME": self.scratch,
+               "XDG_RUNTIME_DIR": folder}
+        user = {}
+        if compositor == "weston":
+            command = ["weston", "--backend=headless-backend.so", "--socket=wayland-tavio",
+                       "--idle-time=0", "--no-config"]
+        elif compositor == "sway":
+            nobody = pwd.getpwnam("nobody")
+            os.chown(folder, nobody.pw_uid, nobody.pw_gid)
+            config = os.path.join(self.scratch, "sway.config")
+            with open(config, "w") as out:
+                out.write("default_border none\n")
+            os.chmod(config, 0o644)
+            env.update({"HOME": folder, "WLR_BACKENDS": "headless", "WLR_HEADLESS_OUTPUTS": "1",
+                        "WLR_RENDERER": "pixman",
+                        "WLR_LIBINPUT_NO_DEVICES": "1"})
+            command = ["sway", "--config", config]
+            user = {"user": nobody.pw_uid, "group": nobody.pw_gid, "extra_groups": []}
+        else:
+            raise SandboxError("unknown compositor " + compositor)
+        self._spawn(command, env=env, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                    stderr=subprocess.DEVNULL, **user)
+        deadline = time.monotonic() + timeout
+        while time.monotonic() < deadline:
+            sockets = [n for n in os.listdir(folder)
+                       if n.startswith("wayland-") and not n.endswith(".lock")]
+            if sockets:
+                self.wayland = os.path.join(folder, sockets[0])
+                if compositor == "sway":
+                    self._hold_keyboard()
+                return self.wayland
+            time.sleep(0.05)
+        raise SandboxError("%s did not open a Wayland socket within %d s" % (compositor, timeout))
+
+    def _hold_keyboard(self):
+        """Keeps a virtual keyboard on the compositor's seat for the whole run.
+        A seat announces a keyboard only while one is plugged in: each wtype
+        alone would plug one in, type and unplug it, and the program could
+        miss keys typed before it has taken the new keyboard."""
+        env = self.client_environment()
+        self._spawn(["wtype", "-s", "3600000"], env=env, stdin=subprocess.DEVNULL,
+                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        time.sleep(0.3)
+
     def use_host_display(self, display, xauthority=None):
         """Shows the window on the person's display; a copy of the X authority
         file sits in the runtime folder."""
@@ -258,6 +311,8 @@ class Sandbox:
                "XDG_RUNTIME_DIR": self.runtime, "LANG": "C.UTF-8"}
         if self.display:
             env["DISPLAY"] = self.display
+        if self.wayland:
+            env["WAYLAND_DISPLAY"] = self.wayland
         if self.bus_address:
             env["DBUS_SESSION_BUS_ADDRESS"] = self.bus_address
         return env
@@ -294,6 +349,10 @@ class Sandbox:
                     "--bind", self.home, self.inside_home,
                     "--bind", self.applications, "/Applications",
                     "--ro-bind", self.runtime, self.runtime]
+        if self.wayland:
+            folder = os.path.dirname(self.wayland)
+            self._mount_point_in_tmp(folder)
+            command += ["--ro-bind", folder, folder]
         for source, target in extra_binds:
             command += ["--bind", source, target]
         for source, target in self.host_binds:
@@ -316,6 +375,9 @@ class Sandbox:
             env["USER"] = env["LOGNAME"] = self.user.pw_name
         if self.display or self.host_display:
             env["DISPLAY"] = self.display or self.host_display
+        if self.wayland:
+            env["WAYLAND_DISPLAY"] = self.wayland
+            env["QT_QPA_PLATFORM"] = "wayland"
         if getattr(self, "host_xauthority", None):
             env["XAUTHORITY"] = self.host_xauthority
         if self.bus_address:
@@ -440,8 +502,12 @@ class Sandbox:
         return ok
 
     def clipboard(self, timeout=10):
-        """The text on the virtual display's clipboard."""
-        result = subprocess.run(["xclip", "-o", "-selection", "clipboard"],
+        """The text on the virtual display's clipboard (on Wayland, read
+        through the compositor's data-control protocol, which needs no focus)."""
+        command = ["xclip", "-o", "-selection", "clipboard"]
+        if self.wayland:
+            command = ["wl-paste", "--no-newline"]
+        result = subprocess.run(command,
                                 env=self.client_environment(), capture_output=True,
                                 timeout=timeout)
         return result.stdout.decode(errors="replace") if result.returncode == 0 else None

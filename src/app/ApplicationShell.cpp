@@ -13,6 +13,9 @@
 #include <QUrl>
 #include <ctime>
 
+#include "app/AccessibleControls.h"
+#include "app/DesktopColorScheme.h"
+#include "app/SingleInstance.h"
 #include "app/SystemServices.h"
 #include "app/TemporaryCopy.h"
 #include "app/TerminationGuard.h"
@@ -56,6 +59,15 @@ void keepNoState() {
     if (qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS")) {
         qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
     }
+}
+
+// The window takes no typed text (paths can be selected and copied, never
+// edited), so it asks for no input method. That also keeps Qt 6.4's Wayland
+// plugin away from its text-input support, which crashes while the window
+// loads when the compositor offers no seat (kiosk and remote sessions, a
+// headless compositor). Read when the application starts.
+void needNoInputMethod() {
+    qputenv("QT_IM_MODULE", "none");
 }
 
 // The window is still text and a few icons. The software scene graph draws
@@ -121,6 +133,15 @@ int runWindow(QGuiApplication& application) {
     QQuickStyle::setStyle(QStringLiteral("Fusion"));
     chooseSceneGraph();
     markStartup("translations");
+    installAccessibleControls();
+    followDesktopColorScheme();
+
+    // A second start ends here, before it has looked at a single file.
+    SingleInstance instance(SingleInstance::defaultFolder());
+    if (!instance.acquire()) {
+        (void)activateRunningCopy();
+        return 0;
+    }
 
     const target::UninstallContext context = target::UninstallContext::current();
     UninstallerModel model(makeSystemEngine(context), makeSystemDesktopActions());
@@ -143,6 +164,7 @@ int runWindow(QGuiApplication& application) {
         Qt::SingleShotConnection);
     giveIconAfterFirstFrame(window);
     guard.guardWindow(window);
+    offerActivation(window);
     return application.exec();
 }
 
@@ -150,6 +172,7 @@ int runWindow(QGuiApplication& application) {
 
 int runApplication(int& argc, char** argv) {
     keepNoState();
+    needNoInputMethod();
     QString bundlePath;
     int code = 0;
     {

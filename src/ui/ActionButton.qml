@@ -4,7 +4,8 @@ import QtQuick.Controls.Fusion.impl
 import UninstallTavio
 
 // The one push button of every screen. Screen readers can press it (Qt's
-// button does nothing on the accessibility "Press" action by itself). A
+// button does nothing on the accessibility "Press" action by itself), and the
+// prominent button, the one Return activates, is the screen's default. A
 // prominent button is filled with the accent colour, or red when destructive;
 // a plain destructive button has red lettering. Disabled buttons are always
 // drawn plain, so an unavailable action does not shout.
@@ -17,7 +18,7 @@ Button {
     horizontalPadding: 12
 
     readonly property bool filled: root.prominent && root.enabled
-    readonly property color fillColor: root.destructive ? Theme.red : Theme.palette.highlight
+    readonly property color fillColor: root.destructive ? Theme.redFill : Theme.accentFill
 
     // Setting a palette colour sets it for every state, the disabled one
     // included, so the greyed lettering has to be chosen here too.
@@ -50,6 +51,7 @@ Button {
 
     Accessible.role: Accessible.Button
     Accessible.name: root.text
+    Accessible.defaultButton: root.prominent
     Accessible.onPressAction: {
         if (root.enabled)
             root.clicked()

@@ -87,7 +87,7 @@ Item {
                 text: root.reason
                 wrapMode: Text.Wrap
                 font.pointSize: Theme.captionPointSize
-                color: root.warning ? Theme.orange : Theme.secondary
+                color: root.warning ? Theme.orangeText : Theme.secondary
                 Accessible.ignored: true
             }
         }

@@ -61,21 +61,43 @@ class Case:
         self.args = args
         self.sandbox = sandbox_module.Sandbox(args.build, prefix="tavio-e2e-")
         self.driver = None
+        self.listener = None
         self.output = None
         self.stderr_path = os.path.join(self.sandbox.scratch, "program.output")
         if plant.pop("plant", True):
             self.sandbox.plant(**plant)
 
-    def start(self, **program):
+    def start(self, compositor=None, listen=(), **program):
+        """Starts the display (an X server, or the named headless Wayland
+        compositor), the buses and the program, and finds its window. Events
+        of the types in `listen` are recorded in self.listener from the
+        program's first moment: it learns of the listeners as it starts."""
         sb = self.sandbox
-        sb.start_display()
+        if compositor:
+            sb.start_wayland(compositor)
+        else:
+            sb.start_display()
         sb.start_bus()
         os.environ.update(sb.client_environment())
+        if listen:
+            self.listener = drive_module.Listener(listen)
         with open(self.stderr_path, "wb") as err:
             sb.start_program(stdout=err, stderr=err, **program)
         self.driver = drive_module.Driver(alive=lambda: sb.program_process.poll() is None)
         self.driver.find_app(timeout=90)
+        if compositor:
+            self.check_on_wayland()
         return self.driver
+
+    def check_on_wayland(self):
+        """The program draws through Qt's Wayland plugin, not through an X
+        server (there is none)."""
+        pid = self.program_pid()
+        with open("/proc/%d/maps" % pid) as maps:
+            mapped = maps.read()
+        check("libQt6WaylandClient" in mapped, "the program is not a Wayland client")
+        check("libxcb-" not in mapped or "libqxcb" not in mapped,
+              "the program loaded the X11 platform plugin")
 
     def program_pid(self):
         return wait_until(lambda: self.sandbox.program_pid_inside(), 30, "the program's pid")
@@ -203,9 +225,61 @@ def user_name():
     return pwd.getpwuid(os.getuid()).pw_name
 
 
+def keys(*names):
+    """Types keys into the focused window: through XTEST on an X server,
+    through the virtual-keyboard protocol on a Wayland compositor. A name is
+    a key ("Tab") or a modifier and a key ("ctrl+q")."""
+    wayland = Case.current is not None and Case.current.sandbox.wayland
+    for name in names:
+        if not wayland:
+            command = ["xdotool", "key", "--clearmodifiers", name]
+        elif "+" in name:
+            modifier, key = name.split("+", 1)
+            command = ["wtype", "-M", modifier, key, "-m", modifier]
+        else:
+            command = ["wtype", "-k", name]
+        subprocess.run(command, check=True, capture_output=True, timeout=30)
+
+
+def focus_window():
+    """Gives the program's window the keyboard. An X server here has no
+    window manager to do it; a Wayland compositor focuses a new window by
+    itself."""
+    if Case.current is not None and Case.current.sandbox.wayland:
+        return
+    subprocess.run(["xdotool", "search", "--sync", "--name", "^Uninstall Tavio$",
+                    "windowfocus", "--sync"], check=True, capture_output=True, timeout=60)
+
+
+def is_button(node):
+    return node.role in ("push button", "button")
+
+
+def focused_button(screen):
+    return next((n.name for n in screen.nodes if is_button(n) and n.focused), None)
+
+
+def check_tab_order(driver):
+    """Tab moves the focus through every enabled button of the screen, in
+    reading order, and round again; disabled ones are passed over."""
+    screen = driver.screen()
+    order = [n.name for n in screen.nodes if is_button(n) and n.enabled]
+    check(order, "no enabled button to reach:\n" + screen.dump())
+    check(all(n.focusable for n in screen.nodes if is_button(n) and n.enabled),
+          "an enabled button is not focusable:\n" + screen.dump())
+    start = focused_button(screen)
+    index = order.index(start) + 1 if start in order else 0
+    for step in range(len(order) + 1):
+        expected = order[(index + step) % len(order)]
+        keys("Tab")
+        driver.wait(lambda s, e=expected: focused_button(s) == e, 10,
+                    "Tab to focus “%s” (order %s)" % (expected, order))
+    return order
+
+
 # The cases --------------------------------------------------------------------
 
-def case_full_road(args):
+def case_full_road(args, compositor=None):
     c = Case(args)
     try:
         sb = c.sandbox
@@ -216,7 +290,7 @@ def case_full_road(args):
         # the inventory are already gone when the run begins.
         logs = os.path.join(sb.home, "Library/Logs/io.tavio.Tavio")
         subprocess.run(["rm", "-rf", "--", logs], check=True)
-        driver = c.start(player_args=("--quit-delay-ms", "300"))
+        driver = c.start(compositor=compositor, player_args=("--quit-delay-ms", "300"))
         review = driver.wait_for_title(d.REVIEW, 90)
         check("“%s”" % user_name() in (review.detail(d.REVIEW) or ""),
               "the review does not name the user: %r" % review.detail(d.REVIEW))
@@ -305,7 +379,7 @@ def lock_one_file(sb):
     raise AssertionError("no file in the cache to lock")
 
 
-def case_permission_denied(args):
+def case_permission_denied(args, compositor=None):
     """A file the user may not delete: the incomplete screen lists it with
     “Permission denied”, “Copy Paths” puts exactly the remaining paths on the
     clipboard, and “Try Again” leads back to the review."""
@@ -314,7 +388,7 @@ def case_permission_denied(args):
         sb = c.sandbox
         d = drive_module
         locked = lock_one_file(sb)
-        driver = c.start(player=False)
+        driver = c.start(compositor=compositor, player=False)
         confirm(driver)
         done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 120)
         check(done.title == d.INCOMPLETE, "expected an incomplete run:\n" + done.dump())
@@ -330,6 +404,10 @@ def case_permission_denied(args):
         check(rows[row][0] == os.path.basename(locked), "row title: %r" % rows[row][0])
         for path in shown:
             check(os.path.lexists(sb.outside(path)), "listed but gone: " + path)
+        if compositor:
+            # A person presses the button with a key or a click, whose serial
+            # Wayland asks for before it lets a client take the clipboard.
+            keys("Shift_L")
         driver.press("Copy Paths")
         clipboard = wait_until(lambda: sb.clipboard(), 30, "text on the clipboard")
         check(clipboard.rstrip("\n").split("\n") == shown,
@@ -386,6 +464,16 @@ def case_permission_denied_as_user(args):
         c.close()
 
 
+def tamper_app(sb):
+    """Changes one byte of the planted app's executable, so that the copy
+    fails its check."""
+    with open(sb.app_executable(), "r+b") as f:
+        f.seek(100)
+        byte = f.read(1)
+        f.seek(100)
+        f.write(bytes([byte[0] ^ 0xFF]))
+
+
 def case_tampered_app(args):
     """A changed byte in the app's executable: the review shows the copy
     skipped with its reason, and the copy is still there afterwards."""
@@ -393,12 +481,7 @@ def case_tampered_app(args):
     try:
         sb = c.sandbox
         d = drive_module
-        executable = sb.app_executable()
-        with open(executable, "r+b") as f:
-            f.seek(100)
-            byte = f.read(1)
-            f.seek(100)
-            f.write(bytes([byte[0] ^ 0xFF]))
+        tamper_app(sb)
         driver = c.start(player=False)
         review = driver.wait_for_title(d.REVIEW, 90)
         app_rows = [desc for title, desc in review.items() if title == "Tavio app"]
@@ -413,6 +496,204 @@ def case_tampered_app(args):
         check(not left, "other items left: %s\n%s" % (left, done.dump()))
         passed, output = sb.check_canaries()
         check(passed, "canaries: " + output)
+    finally:
+        c.close()
+
+
+def case_screen_reader_states(args):
+    """Nothing can be removed (the only thing found is a copy of the app that
+    fails its check). A screen reader is told the truth: "Uninstall…" is
+    neither enabled nor sensitive, offers no press and pressing it anyway does
+    nothing; it is still the screen's default button; "Cancel" is enabled,
+    sensitive, focusable and pressable; Tab reaches only what can be used."""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        d = drive_module
+        tamper_app(sb)
+        for path in sb.planted:
+            if path != sb.app_bundle() and not path.startswith(sb.app_bundle() + "/"):
+                subprocess.run(["rm", "-rf", "--", path], check=True)
+        driver = c.start(player=False)
+        review = driver.wait_for_title(d.REVIEW, 90)
+        uninstall, cancel = review.button("Uninstall…"), review.button("Cancel")
+        check(uninstall and cancel, "the review's buttons:\n" + review.dump())
+        check(not uninstall.enabled and not uninstall.sensitive,
+              "the disabled “Uninstall…” is reported enabled=%s sensitive=%s"
+              % (uninstall.enabled, uninstall.sensitive))
+        check(uninstall.actions() == [], "the disabled button offers %r" % uninstall.actions())
+        check(uninstall.is_default and not cancel.is_default,
+              "default: Uninstall…=%s Cancel=%s" % (uninstall.is_default, cancel.is_default))
+        check(cancel.enabled and cancel.sensitive and cancel.focusable,
+              "“Cancel” is not reported usable: %r" % cancel)
+        check("Press" in cancel.actions(), "“Cancel” offers %r" % cancel.actions())
+        # A reader that still holds the old action list presses anyway.
+        action = uninstall.accessible.get_action_iface()
+        if action is not None:
+            try:
+                action.do_action(0)
+            except Exception:  # noqa: BLE001 - a refusal may come back as an error
+                pass
+        focus_window()
+        keys("Return")
+        time.sleep(1)
+        screen = driver.screen()
+        check(d.ALERT not in screen.titles and screen.title == d.REVIEW,
+              "pressing the disabled button did something:\n" + screen.dump())
+        order = check_tab_order(driver)
+        check(order == ["Cancel"], "Tab reached %r" % order)
+        driver.press("Cancel")
+        check(sb.wait_program(30) == 0, "no clean exit after Cancel")
+        check(os.path.isdir(sb.app_bundle()), "the app copy went")
+    finally:
+        c.close()
+
+
+ANNOUNCED = ["object:property-change:accessible-description",
+             "object:property-change:accessible-value",
+             "object:state-changed:sensitive"]
+
+
+def case_screen_reader_announcements(args):
+    """A screen reader hears the run without walking the window again: the
+    progress bar's value changes, each category row's status (“removing”,
+    “removed”) and “Cancel” going insensitive when removal starts. Default
+    buttons and Tab order are checked on the review and the alert, and the
+    screen behind the alert is reported disabled."""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        d = drive_module
+        driver, bulk = start_for_held_removal(c, listen=ANNOUNCED)
+        listener = c.listener
+        review = driver.screen()
+        check(review.button("Uninstall…").is_default and not review.button("Cancel").is_default,
+              "the review's default button:\n" + review.dump())
+        focus_window()
+        order = check_tab_order(driver)
+        check(order == ["Cancel", "Uninstall…"], "Tab on the review reached %r" % order)
+        with OpenGate(bulk) as gate:
+            driver.press("Uninstall…")
+            alert = driver.wait_for_title(d.ALERT, 30)
+            inside = alert.in_dialog()
+            behind = [n for n in alert.nodes if is_button(n) and n not in inside]
+            check(behind and not any(n.enabled or n.sensitive for n in behind),
+                  "buttons behind the alert are reported usable:\n" + alert.dump())
+            default = [n.name for n in inside if is_button(n) and n.is_default]
+            check(default == ["Cancel"], "the alert's default buttons: %r" % default)
+            driver.press("Uninstall")
+            gate.wait_opened(120)
+            removing = driver.wait_for_title(d.REMOVING, 60)
+            bars = [n for n in removing.nodes if n.role == "progress bar"]
+            check(len(bars) == 1 and bars[0].name == "Uninstall progress",
+                  "progress bar: %r" % bars)
+            current, low, high = bars[0].value()
+            check(low == 0 and high >= 1 and 0 < current < high,
+                  "the held run's progress reads %r of %r..%r" % (current, low, high))
+            held = dict(removing.items())
+            check(held.get("Temporary cache and update downloads") == "removing",
+                  "the held category reads %r" % held)
+        done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 180)
+        check(done.title == d.COMPLETED, "the run did not complete:\n" + done.dump())
+        heard = listener.of_type("object:")
+        listener.close()
+        summary = "\n".join(repr(h) for h in heard)
+        # What a screen reader would read out as each event arrives. (The
+        # value is read when the event is handled here, a moment later; a bar
+        # already on its way out answers nonsense near 0, left aside.)
+        values = [h.value for h in heard if h.type.endswith("accessible-value")
+                  and h.role == "progress bar" and h.value is not None and h.value >= 1]
+        check(len(set(values)) >= 2 and values == sorted(values),
+              "progress was not announced as it went; heard:\n" + summary)
+        rows = [(h.name, h.description) for h in heard
+                if h.type.endswith("accessible-description") and h.role == "list item"]
+        cache = "Temporary cache and update downloads"
+        check((cache, "removing") in rows and (cache, "removed") in rows,
+              "the cache row's changes were not announced; heard:\n" + summary)
+        removed = {name for name, said in rows if said == "removed"}
+        check(len(removed) >= 4, "too few rows announced as removed: %r" % removed)
+        insensitive = [h for h in heard if h.type == "object:state-changed:sensitive"
+                       and h.detail == 0]
+        check(insensitive, "“Cancel” going disabled was not announced; heard:\n" + summary)
+        driver.press("Quit")
+        check(sb.wait_program(30) == 0, "no clean exit after Quit")
+    finally:
+        c.close()
+
+
+# A desktop portal that answers only the colour-scheme question, with "prefer
+# dark", wrapped in two variants as older portals send it.
+FAKE_PORTAL = r"""
+from gi.repository import Gio, GLib
+XML = ('<node><interface name="org.freedesktop.portal.Settings"><method name="Read">'
+       '<arg type="s" direction="in"/><arg type="s" direction="in"/>'
+       '<arg type="v" direction="out"/></method></interface></node>')
+info = Gio.DBusNodeInfo.new_for_xml(XML).interfaces[0]
+def call(connection, sender, path, interface, method, parameters, invocation):
+    if tuple(parameters.unpack()) == ("org.freedesktop.appearance", "color-scheme"):
+        inner = GLib.Variant("v", GLib.Variant("u", 1))
+        invocation.return_value(GLib.Variant("(v)", (inner,)))
+    else:
+        invocation.return_dbus_error("org.freedesktop.portal.Error.NotFound", "no such key")
+def bus_acquired(connection, name):
+    connection.register_object("/org/freedesktop/portal/desktop", info, call, None, None)
+def name_acquired(connection, name):
+    print("ready", flush=True)
+Gio.bus_own_name(Gio.BusType.SESSION, "org.freedesktop.portal.Desktop", 0,
+                 bus_acquired, name_acquired, None)
+GLib.MainLoop().run()
+"""
+
+
+def window_pixels(sb):
+    """The program's window as (width, height, rows of RGB bytes), from the
+    display itself."""
+    xwd = subprocess.run(["xwd", "-silent", "-display", sb.display, "-name", "Uninstall Tavio"],
+                         capture_output=True, check=True, timeout=30,
+                         env=sb.client_environment()).stdout
+    ppm = subprocess.run(["xwdtopnm"], input=xwd, capture_output=True, check=True,
+                         timeout=30).stdout
+    fields = ppm.split(maxsplit=4)
+    check(fields[0] == b"P6" and fields[3] == b"255", "unexpected image header %r" % fields[:4])
+    return int(fields[1]), int(fields[2]), fields[4]
+
+
+def lightness_at(image, x, y):
+    width, _, data = image
+    offset = 3 * (y * width + x)
+    r, g, b = data[offset:offset + 3]
+    return (max(r, g, b) + min(r, g, b)) / 510
+
+
+def case_dark_desktop(args):
+    """The desktop asks for dark through its portal (and Qt's platform theme
+    gives a light palette): the window draws every surface dark."""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        d = drive_module
+        sb.start_display()
+        sb.start_bus()
+        os.environ.update(sb.client_environment())
+        portal = sb._spawn(["/usr/bin/python3", "-c", FAKE_PORTAL], stdout=subprocess.PIPE,
+                           stderr=subprocess.STDOUT)
+        ready = portal.stdout.readline().decode().strip()
+        check(ready == "ready", "the fake portal did not start: %r" % ready)
+        with open(c.stderr_path, "wb") as err:
+            sb.start_program(player=False, stdout=err, stderr=err)
+        driver = d.Driver(alive=lambda: sb.program_process.poll() is None)
+        c.driver = driver
+        driver.find_app(timeout=90)
+        driver.wait_for_title(d.REVIEW, 90)
+        time.sleep(0.5)
+        image = window_pixels(sb)
+        width, height, _ = image
+        for x, y in ((3, 3), (width - 4, height - 4), (width // 2, height - 4)):
+            check(lightness_at(image, x, y) < 0.3,
+                  "the window is light at (%d, %d) although the desktop asks for dark"
+                  % (x, y))
+        driver.press("Cancel")
+        check(sb.wait_program(30) == 0, "no clean exit after Cancel")
     finally:
         c.close()
 
@@ -444,13 +725,13 @@ def signal_pending(pid, number):
     return False
 
 
-def start_for_held_removal(c):
+def start_for_held_removal(c, compositor=None, listen=()):
     """Starts the program on a home with a bulk folder in its cache and
     Tavio not running, so that removal begins as soon as "Uninstall" has been
     pressed and a gate on that folder holds it in the middle of the cache.
     Returns the driver, with the review shown, and the folder."""
     bulk = add_bulk(c.sandbox)
-    driver = c.start(player=False)
+    driver = c.start(compositor=compositor, listen=listen, player=False)
     driver.wait_for_title(drive_module.REVIEW, 90)
     return driver, bulk
 
@@ -531,6 +812,100 @@ def case_removal_defers_sigterm(args):
         c.close()
 
 
+def case_desktop_keys(args, compositor=None):
+    """Ctrl+Q and Ctrl+W go through the same guard as every other way of
+    quitting: refused while removing, honoured after."""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        d = drive_module
+        driver, bulk = start_for_held_removal(c, compositor)
+        focus_window()
+        order = check_tab_order(driver)
+        check(order == ["Cancel", "Uninstall…"], "Tab on the review reached %r" % order)
+        with OpenGate(bulk) as gate:
+            hold_removal(driver, gate)
+            focus_window()
+            keys("ctrl+q")
+            keys("ctrl+w")
+            time.sleep(0.5)
+            check_still_removing(driver, sb, bulk)
+        done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 180)
+        check(done.title == d.COMPLETED, "the run did not complete:\n" + done.dump())
+        time.sleep(0.5)
+        check(sb.program_process.poll() is None, "a refused key took effect later")
+        focus_window()
+        keys("ctrl+q")
+        check(sb.wait_program(30) == 0, "Ctrl+Q did not quit after the run")
+    finally:
+        c.close()
+
+
+def case_close_key(args):
+    """Ctrl+W on the review closes the window, and the program ends."""
+    c = Case(args)
+    try:
+        driver = c.start(player=False)
+        driver.wait_for_title(drive_module.REVIEW, 90)
+        focus_window()
+        keys("ctrl+w")
+        check(c.sandbox.wait_program(30) == 0, "Ctrl+W did not close the window")
+    finally:
+        c.close()
+
+
+def case_single_instance(args, compositor=None):
+    """A second start while the first is removing ends at once, without
+    scanning or removing anything, and the first run completes alone. (Its
+    request to raise the window is answered; whether the window comes to the
+    front is the window system's business.)"""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        d = drive_module
+        driver, bulk = start_for_held_removal(c, compositor)
+        first = sb.program_process
+        with OpenGate(bulk) as gate:
+            hold_removal(driver, gate)
+            second_output = os.path.join(sb.scratch, "second.output")
+            with open(second_output, "wb") as err:
+                second = sb.start_program(player=False, stdout=err, stderr=err)
+            sb.program_process = first
+            try:
+                status = second.wait(timeout=30)
+            except subprocess.TimeoutExpired:
+                raise AssertionError("the second start is still running beside the first")
+            check(status == 0, "the second start ended with %r" % status)
+            # It went without trying to remove what the first run holds:
+            # the gate saw no open of the folder but the first run's.
+            pending, _, _ = select.select([gate.fd], [], [], 0)
+            check(not pending, "the second start opened the folder being removed")
+            check_still_removing(driver, sb, bulk)
+            apps = [a for a in (Atspi_apps()) if a == d.APP_NAME]
+            check(len(apps) == 1, "%d windows of the uninstaller on the bus" % len(apps))
+        done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 180)
+        check(done.title == d.COMPLETED, "the run did not complete:\n" + done.dump())
+        passed, output = sb.check_canaries()
+        check(passed, "canaries: " + output)
+        driver.press("Quit")
+        check(sb.wait_program(30) == 0, "no clean exit after Quit")
+    finally:
+        c.close()
+
+
+def Atspi_apps():
+    """The names of the applications on the accessibility bus."""
+    from gi.repository import Atspi
+    desktop = Atspi.get_desktop(0)
+    names = []
+    for i in range(desktop.get_child_count()):
+        try:
+            names.append(desktop.get_child_at_index(i).get_name())
+        except Exception:  # noqa: BLE001 - an application may leave meanwhile
+            continue
+    return names
+
+
 def case_waiting_allows_quit(args):
     """While the uninstaller waits for Tavio nothing has been deleted, and
     closing the window quits."""
@@ -601,6 +976,20 @@ CASES = {
     "waiting_allows_quit": case_waiting_allows_quit,
     "empty_home": case_empty_home,
     "temporary_copy": case_temporary_copy,
+    "screen_reader_states": case_screen_reader_states,
+    "screen_reader_announcements": case_screen_reader_announcements,
+    "follows_Dark_desktop": case_dark_desktop,
+    "desktop_keys": case_desktop_keys,
+    "close_key": case_close_key,
+    "single_instance": case_single_instance,
+    # Weston's headless compositor has no seat: the program must not crash
+    # on it, and the whole road is driven through AT-SPI alone.
+    "Wayland_full_road": lambda args: case_full_road(args, compositor="weston"),
+    "Wayland_single_instance": lambda args: case_single_instance(args, compositor="weston"),
+    # sway's has one: the keys, typed through it, and the clipboard, which
+    # a Wayland client may only set while it has a seat's focus.
+    "Wayland_desktop_keys": lambda args: case_desktop_keys(args, compositor="sway"),
+    "Wayland_permission_denied": lambda args: case_permission_denied(args, compositor="sway"),
 }
 
 
@@ -623,7 +1012,8 @@ def main():
               "scripts/setup.sh installs them" % error)
         return 1
     drive_module = imported_drive
-    for tool in ("bwrap", "Xvfb", "dbus-daemon", "xclip", "setpriv", "chattr"):
+    for tool in ("bwrap", "Xvfb", "dbus-daemon", "xclip", "setpriv", "chattr", "xdotool",
+                 "weston", "sway", "wtype", "wl-paste"):
         if subprocess.run(["sh", "-c", "command -v " + tool], capture_output=True).returncode:
             print("FAILED: %s is not installed; scripts/setup.sh installs it" % tool)
             return 1

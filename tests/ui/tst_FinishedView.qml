@@ -123,7 +123,7 @@ TestCase {
         compare(rows.itemAt(1).row.title, "Tavio")
         const pathRow = findChild(rows.itemAt(0), "rowTitle")
         compare(pathRow.text, "y")
-        compareColor(findChild(rows.itemAt(0), "rowReason").color, Theme.orange)
+        compareColor(findChild(rows.itemAt(0), "rowReason").color, Theme.orangeText)
         compareColor(findChild(rows.itemAt(0), "rowSymbol").color, Theme.orange)
         compare(findChild(rows.itemAt(0), "rowPaths").itemAt(0).text, "/home/dave/Library/x/y")
     }

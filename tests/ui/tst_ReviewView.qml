@@ -126,7 +126,7 @@ TestCase {
         verify(r.warning)
         compareColor(findChild(r, "rowSymbol").color, Theme.orange)
         compare(r.reason, "Skipped: not a verified Tavio app")
-        compareColor(findChild(r, "rowReason").color, Theme.orange)
+        compareColor(findChild(r, "rowReason").color, Theme.orangeText)
         compare(r.trailing, "")
         verify(!findChild(r, "rowTrailing").visible)
         compare(pathsOf(r), ["/Applications/Tavio.app", "~/Applications/Tavio.app"])

@@ -103,7 +103,7 @@ TestCase {
         const row = createTemporaryObject(pathRowComponent, testCase,
                                           { symbol: "exclamationmark.triangle", title: "Tavio app",
                                             reason: "Skipped: not a verified Tavio app", warning: true })
-        compareColor(findChild(row, "rowReason").color, Theme.orange)
+        compareColor(findChild(row, "rowReason").color, Theme.orangeText)
         compareColor(findChild(row, "rowSymbol").color, Theme.orange)
     }
 

@@ -81,10 +81,12 @@ QList<Scenario> scenarios() {
         {"3-waiting", with({{"phase", "working"},
                             {"waitingForQuit", true},
                             {"rowStates", rowStates(items, {})}})},
+        // Every row state at once: settings removed, torrent copies failed,
+        // history removed, the cache in progress, the rest still waiting.
         {"4-removing",
          with({{"phase", "working"},
                {"isBusy", true},
-               {"rowStates", rowStates(items, {"done", "done", "done", "done", "running"})},
+               {"rowStates", rowStates(items, {"done", "failed", "done", "done", "running"})},
                {"finishedCount", 4}})},
         {"5-quit-failed", with({{"phase", "quitFailed"}})},
         {"6-finished-completed",

@@ -1,0 +1,17 @@
+#include "app/DesktopColorScheme.h"
+
+#include <QGuiApplication>
+#include <QPalette>
+
+#include "ui/ColorScheme.h"
+
+namespace app {
+
+void followDesktopColorScheme() {
+    if (colorscheme::isDark(QGuiApplication::palette()) || !desktopPrefersDark()) {
+        return;
+    }
+    QGuiApplication::setPalette(colorscheme::darkPalette());
+}
+
+}  // namespace app

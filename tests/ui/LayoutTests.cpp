@@ -1,0 +1,137 @@
+// Every screen at the scale and font size this process runs with (the test
+// is registered at QT_SCALE_FACTOR 1.5 and 2, and with the desktop's font at
+// 1.5 times its size): no text is cut off or overlaps another, everything
+// lies inside the window, and each symbol is drawn from its vector source at
+// the window's device pixels rather than scaled up from a small bitmap.
+#include <QtQml/qqmlextensionplugin.h>
+
+#include <QFont>
+#include <QGuiApplication>
+#include <QQmlEngine>
+#include <QQuickStyle>
+#include <QSGTexture>
+#include <QSGTextureProvider>
+#include <QtTest>
+#include <memory>
+
+#include "RenderedScreen.h"
+#include "ScenarioWindow.h"
+#include "Scenarios.h"
+
+Q_IMPORT_QML_PLUGIN(UninstallTavioPlugin)
+
+class LayoutTests : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void screen_data();
+    void screen();
+};
+
+void LayoutTests::screen_data() {
+    QTest::addColumn<int>("index");
+    const QList<Scenario> all = scenarios();
+    for (int i = 0; i < all.size(); ++i) {
+        QTest::newRow(qPrintable(all.at(i).name)) << i;
+    }
+}
+
+namespace {
+
+QString describe(const rendered::Mark& mark) {
+    const QRectF& r = mark.scene;
+    return QStringLiteral("“%1” at %2,%3 %4×%5")
+        .arg(mark.what.left(40))
+        .arg(r.x())
+        .arg(r.y())
+        .arg(r.width())
+        .arg(r.height());
+}
+
+// The symbol's image was made for the window's device pixels: the texture
+// behind it has sourceSize × device pixel ratio pixels.
+QString symbolProblem(const rendered::Mark& mark, double ratio) {
+    QQuickItem* item = mark.item;
+    const QSize logical = item->property("sourceSize").toSize();
+    QSGTextureProvider* provider = item->textureProvider();
+    QSGTexture* texture = provider ? provider->texture() : nullptr;
+    if (!texture) {
+        return QStringLiteral("%1 has no image").arg(describe(mark));
+    }
+    const QSize expected = (QSizeF(logical) * ratio).toSize();
+    const QSize actual = texture->textureSize();
+    if (qAbs(actual.width() - expected.width()) > 1 ||
+        qAbs(actual.height() - expected.height()) > 1) {
+        return QStringLiteral("%1 is drawn from a %2×%3 image, wants %4×%5")
+            .arg(describe(mark))
+            .arg(actual.width())
+            .arg(actual.height())
+            .arg(expected.width())
+            .arg(expected.height());
+    }
+    return {};
+}
+
+}  // namespace
+
+void LayoutTests::screen() {
+    QFETCH(int, index);
+    QQmlEngine engine;
+    const std::unique_ptr<ScenarioWindow> shown = showScenario(engine, scenarios().at(index));
+    QVERIFY(shown);
+    QQuickWindow* window = shown->quickWindow();
+    settle(window);
+    QImage image = window->grabWindow();
+    const double ratio = window->effectiveDevicePixelRatio();
+    // The window is drawn at its device pixels (the grab does not always say so).
+    QCOMPARE(image.width(), qRound(window->width() * ratio));
+    image.setDevicePixelRatio(ratio);
+
+    const QRectF inside(0, 0, window->width(), window->height());
+    const QList<rendered::Mark> marks = rendered::marks(window, image);
+    QVERIFY(marks.size() >= 3);
+    QStringList problems;
+    for (qsizetype i = 0; i < marks.size(); ++i) {
+        const rendered::Mark& mark = marks.at(i);
+        if (!inside.contains(mark.scene)) {
+            problems.append(describe(mark) + QStringLiteral(" is outside the window"));
+        }
+        if (mark.item->property("truncated").toBool()) {
+            problems.append(describe(mark) + QStringLiteral(" is cut off"));
+        }
+        if (mark.kind == rendered::Kind::symbol) {
+            const QString problem = symbolProblem(mark, ratio);
+            if (!problem.isEmpty())
+                problems.append(problem);
+            continue;
+        }
+        for (qsizetype j = i + 1; j < marks.size(); ++j) {
+            const rendered::Mark& other = marks.at(j);
+            // The open alert lies over the screen behind it, on purpose.
+            const bool sameLayer = mark.inactive == other.inactive;
+            if (sameLayer && other.kind != rendered::Kind::symbol &&
+                mark.scene.intersects(other.scene)) {
+                problems.append(describe(mark) + QStringLiteral(" overlaps ") + describe(other));
+            }
+        }
+    }
+    QVERIFY2(problems.isEmpty(), qPrintable(problems.join(QLatin1Char('\n'))));
+}
+
+int main(int argc, char** argv) {
+    useOffscreenRendering();
+    QGuiApplication application(argc, argv);
+    QQuickStyle::setStyle(QStringLiteral("Fusion"));
+    // The desktop's font, as large as UT_FONT_SCALE says.
+    bool ok = false;
+    const double fontScale = qEnvironmentVariable("UT_FONT_SCALE").toDouble(&ok);
+    if (ok && fontScale > 0) {
+        QFont font = QGuiApplication::font();
+        font.setPointSizeF(font.pointSizeF() * fontScale);
+        QGuiApplication::setFont(font);
+    }
+    LayoutTests tests;
+    return QTest::qExec(&tests, argc, argv);
+}
+
+#include "LayoutTests.moc"
