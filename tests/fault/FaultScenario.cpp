@@ -217,14 +217,25 @@ engine::UninstallEngine FaultScenario::engine() const {
                                    10ms};
 }
 
-// Whether the process `pid` is alive: not gone, and not a zombie.
+// Whether the process `pid` can still act on its files: it is neither gone
+// nor a zombie, and it has not begun to exit. An exiting process (the
+// kernel's PF_EXITING, bit 0x4 of the flags, field 9 of its stat line) has
+// already given up its memory and runs none of its own code again, though
+// the kernel may list it as running for a moment more.
 bool isAlive(pid_t pid) {
     std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
     std::string text;
     std::getline(stat, text);
     const std::size_t close = text.rfind(')');
-    return close != std::string::npos && close + 2 < text.size() && text[close + 2] != 'Z' &&
-           text[close + 2] != 'X';
+    if (close == std::string::npos || close + 2 >= text.size()) {
+        return false;
+    }
+    std::istringstream fields(text.substr(close + 2));
+    std::string state, ppid, group, session, terminal, foreground;
+    unsigned long flags = 0;
+    fields >> state >> ppid >> group >> session >> terminal >> foreground >> flags;
+    constexpr unsigned long kExiting = 0x4;
+    return fields && state != "Z" && state != "X" && (flags & kExiting) == 0;
 }
 
 CaseRun FaultScenario::run(Stage stage, const std::optional<faults::Fault>& fault) {

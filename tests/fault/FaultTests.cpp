@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
+#include <optional>
 #include <iostream>
 #include <sstream>
 
@@ -82,7 +84,39 @@ std::uint64_t countCalls(Stage stage, Call call) {
     return run.counts[static_cast<std::size_t>(call)];
 }
 
+// The one case that UT_FAULT names ("openat:12:EACCES"), when it names a
+// case of `call`.
+std::optional<faults::Fault> replayedFault(Call call) {
+    const char* value = std::getenv("UT_FAULT");
+    if (value == nullptr) {
+        return std::nullopt;
+    }
+    std::istringstream fields(value);
+    std::string name, occurrence, error;
+    std::getline(fields, name, ':');
+    std::getline(fields, occurrence, ':');
+    std::getline(fields, error, ':');
+    if (faults::callNamed(name) != call) {
+        return std::nullopt;
+    }
+    for (const int candidate : faults::realisticErrors(call)) {
+        const char* candidateName = strerrorname_np(candidate);
+        if (candidateName != nullptr && error == candidateName) {
+            return faults::Fault{call, std::stoull(occurrence), candidate};
+        }
+    }
+    ADD_FAILURE() << "UT_FAULT=" << value << " names no errno that " << name << " can return";
+    return std::nullopt;
+}
+
 void failEveryOccurrence(Stage stage, Call call) {
+    if (const auto fault = replayedFault(call)) {
+        Totals totals;
+        runCase(stage, *fault, totals);
+        std::cout << totals.cases << " fault case replayed, " << totals.failed << " failed"
+                  << std::endl;
+        return;
+    }
     const std::uint64_t count = countCalls(stage, call);
     ASSERT_GT(count, 0u) << faults::nameOf(call) << " is not made here any more";
     Totals totals;
