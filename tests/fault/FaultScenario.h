@@ -22,7 +22,8 @@
 namespace faulttest {
 
 // What a case runs armed: a whole uninstall; the same with Tavio running
-// from the planted app, slow to quit; only the scan that builds an
+// from the planted app, slow to quit (failing only the calls made until
+// the first item is begun); only the scan that builds an
 // inventory; or the preferences store's rewrite of a file that keeps some of
 // its keys (which an uninstall, taking every key, never needs).
 enum class Stage { uninstall, quit, scan, rewrite };

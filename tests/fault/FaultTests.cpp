@@ -3,12 +3,16 @@
 // runs in a child process on a freshly planted home; a failing case prints
 // the call, its occurrence and the errno, which is all it takes to replay it
 // (UT_FAULT=<call>:<occurrence>:<errno name> runs that one case alone).
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
 #include <iostream>
+#include <optional>
 #include <sstream>
 
 #include "FaultScenario.h"
@@ -55,23 +59,108 @@ std::string joined(const std::vector<std::string>& lines) {
     return out.str();
 }
 
-struct Totals {
-    std::uint64_t cases = 0;
-    std::uint64_t failed = 0;
-};
+// The cases of one call are shared out among this many processes. A case is
+// mostly waiting (for its child, and for Tavio to start and quit), so they
+// overlap well even on two cores.
+constexpr int kWorkers = 4;
 
-// Runs one case and records it; a failing case becomes a test failure that
-// names what to replay.
-void runCase(Stage stage, const faults::Fault& fault, Totals& totals) {
-    FaultScenario scenario;
-    const auto run = scenario.run(stage, fault);
-    const auto problems = scenario.problems(stage, fault, run);
-    ++totals.cases;
-    if (!problems.empty()) {
-        ++totals.failed;
-        ADD_FAILURE() << fault.describe() << (run.fired ? "" : " (not reached)")
-                      << joined(problems);
+// Runs one case; what is wrong with it, naming what to replay, or nothing.
+std::optional<std::string> runCase(Stage stage, const faults::Fault& fault) {
+    try {
+        FaultScenario scenario;
+        const auto run = scenario.run(stage, fault);
+        const auto problems = scenario.problems(stage, fault, run);
+        if (problems.empty()) {
+            return std::nullopt;
+        }
+        return fault.describe() + (run.fired ? "" : " (not reached)") + joined(problems);
+    } catch (const std::exception& error) {
+        return fault.describe() + joined({error.what()});
     }
+}
+
+// In a worker: runs every kWorkers-th case from `first` and writes what is
+// wrong with each failing one to `fd`, one record each.
+[[noreturn]] void beWorker(Stage stage,
+                           const std::vector<faults::Fault>& cases,
+                           std::size_t first,
+                           int fd) {
+    std::string records;
+    for (std::size_t i = first; i < cases.size(); i += kWorkers) {
+        if (const auto problem = runCase(stage, cases[i])) {
+            records += *problem + '\x1e';
+        }
+    }
+    const char* next = records.data();
+    std::size_t left = records.size();
+    while (left > 0) {
+        const ssize_t n = ::write(fd, next, left);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            _exit(1);
+        }
+        next += n;
+        left -= static_cast<std::size_t>(n);
+    }
+    _exit(0);
+}
+
+std::string readToEnd(int fd) {
+    std::string data;
+    char buffer[4096];
+    for (;;) {
+        const ssize_t n = ::read(fd, buffer, sizeof buffer);
+        if (n > 0) {
+            data.append(buffer, static_cast<std::size_t>(n));
+        } else if (n == 0 || errno != EINTR) {
+            return data;
+        }
+    }
+}
+
+// Runs every case in kWorkers processes; each failing case becomes a test
+// failure. Returns how many failed.
+std::size_t runCases(Stage stage, const std::vector<faults::Fault>& cases) {
+    std::vector<std::pair<pid_t, int>> workers;
+    for (std::size_t first = 0; first < kWorkers && first < cases.size(); ++first) {
+        int fds[2];
+        if (::pipe2(fds, O_CLOEXEC) != 0) {
+            ADD_FAILURE() << "pipe2 failed";
+            break;
+        }
+        std::cout.flush();
+        const pid_t pid = ::fork();
+        if (pid == 0) {
+            ::close(fds[0]);
+            beWorker(stage, cases, first, fds[1]);
+        }
+        ::close(fds[1]);
+        if (pid < 0) {
+            ::close(fds[0]);
+            ADD_FAILURE() << "fork failed";
+            break;
+        }
+        workers.emplace_back(pid, fds[0]);
+    }
+    std::size_t failed = 0;
+    for (const auto& [pid, fd] : workers) {
+        std::istringstream records(readToEnd(fd));
+        ::close(fd);
+        std::string record;
+        while (std::getline(records, record, '\x1e')) {
+            ADD_FAILURE() << record;
+            ++failed;
+        }
+        int status = 0;
+        while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+        }
+        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+            ADD_FAILURE() << "a worker running fault cases did not finish";
+        }
+    }
+    return failed;
 }
 
 // How often the stage makes `call` when nothing fails, checked to be a clean
@@ -111,22 +200,21 @@ std::optional<faults::Fault> replayedFault(Call call) {
 
 void failEveryOccurrence(Stage stage, Call call) {
     if (const auto fault = replayedFault(call)) {
-        Totals totals;
-        runCase(stage, *fault, totals);
-        std::cout << totals.cases << " fault case replayed, " << totals.failed << " failed"
-                  << std::endl;
+        const std::size_t failed = runCases(stage, {*fault});
+        std::cout << "1 fault case replayed, " << failed << " failed" << std::endl;
         return;
     }
     const std::uint64_t count = countCalls(stage, call);
     ASSERT_GT(count, 0u) << faults::nameOf(call) << " is not made here any more";
-    Totals totals;
+    std::vector<faults::Fault> cases;
     for (const std::uint64_t occurrence : occurrencesToFail(count)) {
         for (const int error : faults::realisticErrors(call)) {
-            runCase(stage, faults::Fault{call, occurrence, error}, totals);
+            cases.push_back(faults::Fault{call, occurrence, error});
         }
     }
+    const std::size_t failed = runCases(stage, cases);
     std::cout << faults::nameOf(call) << ": " << count << " calls\n"
-              << totals.cases << " fault cases, " << totals.failed << " failed" << std::endl;
+              << cases.size() << " fault cases, " << failed << " failed" << std::endl;
 }
 
 std::string paramName(const ::testing::TestParamInfo<Call>& info) {
@@ -146,14 +234,13 @@ const std::vector<Call> kRewriteCalls = {
     Call::fchmod, Call::fsync,  Call::renameat, Call::close, Call::getrandom,
 };
 
-// The calls of a whole uninstall while Tavio runs: the same, and asking it
-// to quit.
-std::vector<Call> quitCalls() {
-    std::vector<Call> calls = kUninstallCalls;
-    calls.push_back(Call::pidfdOpen);
-    calls.push_back(Call::pidfdSendSignal);
-    return calls;
-}
+// The calls made while Tavio runs and is asked to quit: looking at the
+// process table and at the bundles of what runs, and the polite request.
+const std::vector<Call> kQuitCalls = {
+    Call::open,       Call::openat,    Call::fstatat,         Call::fstat,
+    Call::read,       Call::opendir,   Call::readdir,         Call::close,
+    Call::readlinkat, Call::pidfdOpen, Call::pidfdSendSignal,
+};
 
 // The calls a scan makes.
 const std::vector<Call> kScanCalls = {
@@ -186,7 +273,7 @@ TEST_P(RewriteFaultTest, EveryFailingCallLeavesThePreferencesWholeOrRewritten) {
     failEveryOccurrence(Stage::rewrite, GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(Calls, QuitFaultTest, ::testing::ValuesIn(quitCalls()), paramName);
+INSTANTIATE_TEST_SUITE_P(Calls, QuitFaultTest, ::testing::ValuesIn(kQuitCalls), paramName);
 INSTANTIATE_TEST_SUITE_P(Calls, ScanFaultTest, ::testing::ValuesIn(kScanCalls), paramName);
 INSTANTIATE_TEST_SUITE_P(Calls, RewriteFaultTest, ::testing::ValuesIn(kRewriteCalls), paramName);
 

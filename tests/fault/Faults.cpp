@@ -125,13 +125,17 @@ void arm(std::optional<Fault> fault) {
     armed.store(true);
 }
 
-Counts disarm() {
-    armed.store(false);
+Counts countsSoFar() {
     Counts result{};
     for (std::size_t i = 0; i < kCallCount; ++i) {
         result[i] = counts[i].load();
     }
     return result;
+}
+
+Counts disarm() {
+    armed.store(false);
+    return countsSoFar();
 }
 
 bool fired() {

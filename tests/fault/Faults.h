@@ -65,6 +65,8 @@ using Counts = std::array<std::uint64_t, kCallCount>;
 
 // Starts counting from zero, with `fault` (or none) to inject.
 void arm(std::optional<Fault> fault);
+// The counts of the armed stretch up to now.
+Counts countsSoFar();
 // Stops counting and failing; returns the counts of the armed stretch.
 Counts disarm();
 // Whether the armed fault was reached.

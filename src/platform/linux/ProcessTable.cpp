@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -31,24 +32,23 @@ std::optional<pid_t> parsePid(std::string_view name) {
     return pid;
 }
 
-// What a failed call on a process's /proc entry means: the process went
-// away (or is not ours to read), or the call failed and nothing is known.
-LookFailure failureFor(int error) {
-    switch (error) {
-        case ENOENT:
-        case ESRCH:
-        case EACCES:
-        case EPERM:
-            return LookFailure::notAProcessOfOurs;
-        default:
-            return LookFailure::unknown;
+// Only the kernel can say that a process is gone: a /proc entry that could
+// not be read because it vanished (ENOENT, ESRCH) counts as gone when a
+// signal-less kill() finds no process by that id. A process that is still
+// there, or a failure of any other kind (EACCES or EPERM on a process of the
+// owner's, EIO, ENOMEM, EMFILE, …), leaves the look unknown: it may be Tavio.
+LookFailure failureFor(pid_t pid, int error) {
+    if (error != ENOENT && error != ESRCH) {
+        return LookFailure::unknown;
     }
+    return ::kill(pid, 0) != 0 && errno == ESRCH ? LookFailure::notAProcessOfOurs
+                                                 : LookFailure::unknown;
 }
 
-std::variant<std::string, LookFailure> readSmallFile(int directoryFD, const char* name) {
+std::variant<std::string, LookFailure> readSmallFile(pid_t pid, int directoryFD, const char* name) {
     UniqueFd fd(sys::openat(directoryFD, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     if (!fd) {
-        return failureFor(errno);
+        return failureFor(pid, errno);
     }
     std::string content;
     char buffer[1024];
@@ -58,7 +58,7 @@ std::variant<std::string, LookFailure> readSmallFile(int directoryFD, const char
             return content;
         }
         if (n < 0) {
-            return failureFor(errno);
+            return failureFor(pid, errno);
         }
         content.append(buffer, static_cast<std::size_t>(n));
     }
@@ -66,12 +66,28 @@ std::variant<std::string, LookFailure> readSmallFile(int directoryFD, const char
 
 struct StatLine {
     char state = '?';
+    unsigned long flags = 0;
     std::uint64_t startTime = 0;
 };
 
-// /proc/<pid>/stat is "pid (comm) state ppid ... starttime ...": the command
-// name may hold spaces and parentheses, so the fields are counted from the
-// last ")". The state is field 3 and the start time field 22.
+// The kernel's flags of a task (field 9 of its stat line) that matter here.
+constexpr unsigned long kExiting = 0x4;            // PF_EXITING
+constexpr unsigned long kKernelThread = 0x200000;  // PF_KTHREAD
+
+std::optional<unsigned long> numberAt(const std::string& text, std::size_t position) {
+    unsigned long value = 0;
+    const char* begin = text.data() + position;
+    const auto [end, error] = std::from_chars(begin, text.data() + text.size(), value);
+    if (error != std::errc() || end == begin) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+// /proc/<pid>/stat is "pid (comm) state ppid ... flags ... starttime ...":
+// the command name may hold spaces and parentheses, so the fields are
+// counted from the last ")". The state is field 3, the flags field 9 and the
+// start time field 22.
 std::optional<StatLine> parseStat(const std::string& text) {
     const std::size_t close = text.rfind(')');
     if (close == std::string::npos || close + 2 >= text.size()) {
@@ -86,26 +102,44 @@ std::optional<StatLine> parseStat(const std::string& text) {
             return std::nullopt;
         }
         ++position;
+        if (field + 1 == 9) {
+            const auto flags = numberAt(text, position);
+            if (!flags) {
+                return std::nullopt;
+            }
+            line.flags = *flags;
+        }
     }
-    const char* begin = text.data() + position;
-    const auto [end, error] = std::from_chars(begin, text.data() + text.size(), line.startTime);
-    if (error != std::errc() || end == begin) {
+    const auto startTime = numberAt(text, position);
+    if (!startTime) {
         return std::nullopt;
     }
+    line.startTime = *startTime;
     return line;
 }
 
-bool hasTerminated(char state) {
-    return state == 'Z' || state == 'X' || state == 'x';
+// A zombie or dead process has terminated. So has one that has begun to
+// exit: it has given up its memory, runs none of its own code again and has
+// no executable left to read, though the kernel may list it as running for a
+// moment more.
+bool hasTerminated(const StatLine& line) {
+    return line.state == 'Z' || line.state == 'X' || line.state == 'x' ||
+           (line.flags & kExiting) != 0;
 }
 
-// A kernel thread has no executable (ENOENT); a path longer than a page
-// cannot be an app bundle's.
-std::variant<std::string, LookFailure> readExecutableLink(int processFD) {
+// A path longer than a page cannot be an app bundle's. Only root can be
+// refused a process of its own: it sees every undumpable process as its own
+// (the kernel hands their entries to root), and in a container the init of
+// a user namespace above its own, whose executable it may not read. For any
+// other user a refusal is a failed look.
+std::variant<std::string, LookFailure> readExecutableLink(pid_t pid, int processFD, uid_t owner) {
     std::string target(4096, '\0');
     const ssize_t n = ::readlinkat(processFD, "exe", target.data(), target.size());
+    if (n < 0 && owner == 0 && (errno == EACCES || errno == EPERM)) {
+        return LookFailure::notAProcessOfOurs;
+    }
     if (n < 0) {
-        return failureFor(errno);
+        return failureFor(pid, errno);
     }
     if (n == 0 || static_cast<std::size_t>(n) >= target.size()) {
         return LookFailure::notAProcessOfOurs;
@@ -137,7 +171,7 @@ OwnedProcesses processesOwnedBy(uid_t owner) {
         }
         struct stat st {};
         if (::fstatat(::dirfd(directory), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
-            owned.complete = owned.complete && failureFor(errno) != LookFailure::unknown;
+            owned.complete = owned.complete && failureFor(*pid, errno) != LookFailure::unknown;
         } else if (st.st_uid == owner) {
             owned.pids.push_back(*pid);
         }
@@ -151,16 +185,16 @@ std::variant<ProcessInstance, LookFailure> describeProcess(pid_t pid, uid_t owne
     const std::string path = "/proc/" + std::to_string(pid);
     UniqueFd processFD(sys::open(path.c_str(), kDirectoryFlags | O_NOFOLLOW));
     if (!processFD) {
-        return failureFor(errno);
+        return failureFor(pid, errno);
     }
     struct stat st {};
     if (::fstat(processFD.get(), &st) != 0) {
-        return failureFor(errno);
+        return failureFor(pid, errno);
     }
     if (st.st_uid != owner) {
         return LookFailure::notAProcessOfOurs;
     }
-    auto statText = readSmallFile(processFD.get(), "stat");
+    auto statText = readSmallFile(pid, processFD.get(), "stat");
     if (const auto* failure = std::get_if<LookFailure>(&statText)) {
         return *failure;
     }
@@ -168,16 +202,17 @@ std::variant<ProcessInstance, LookFailure> describeProcess(pid_t pid, uid_t owne
     if (!statLine) {
         return LookFailure::unknown;  // the kernel's own format, unreadable
     }
-    if (hasTerminated(statLine->state)) {
+    // A kernel thread runs no program (it has no executable to read).
+    if (hasTerminated(*statLine) || (statLine->flags & kKernelThread) != 0) {
         return LookFailure::notAProcessOfOurs;
     }
-    auto executable = readExecutableLink(processFD.get());
+    auto executable = readExecutableLink(pid, processFD.get(), owner);
     if (const auto* failure = std::get_if<LookFailure>(&executable)) {
         return *failure;
     }
     struct stat executableStat {};
     if (::fstatat(processFD.get(), "exe", &executableStat, 0) != 0) {
-        return failureFor(errno);
+        return failureFor(pid, errno);
     }
     return ProcessInstance{pid, statLine->startTime, std::move(std::get<std::string>(executable)),
                            executableStat.st_dev, executableStat.st_ino};

@@ -25,12 +25,14 @@ OwnedProcesses processesOwnedBy(uid_t owner);
 
 // Why a look at one process found no live process of the owner's.
 enum class LookFailure {
-    // It is gone, is a zombie or dead (terminated though still listed),
-    // belongs to someone else, or the kernel keeps it to itself (EACCES or
-    // EPERM: a process that made itself undumpable, which nobody but its
-    // owner's debugger may read and no request of ours could reach either).
+    // It is gone (the kernel knows no process by that id any more), is a
+    // zombie, dead or exiting (terminated though still listed), is a kernel
+    // thread, or belongs to someone else. A process that makes itself
+    // undumpable hands its /proc entry to root, so it is someone else's too
+    // (for root, whom the kernel refuses its executable, likewise).
     notAProcessOfOurs,
-    // The look itself failed (EIO, ENOMEM, EMFILE, …): it may be anything.
+    // The look itself failed (EACCES, EIO, ENOMEM, EMFILE, …), or an entry
+    // vanished while its process still exists: it may be anything.
     unknown,
 };
 

@@ -53,16 +53,31 @@ std::optional<std::string> enclosingBundle(const std::string& executable) {
 }
 
 // Whether the bundle's Info.plist names `identifier`: yes, no, or nothing
-// known when the bundle could not be read for another reason than its being
-// gone or not a bundle. The bundle path comes from the kernel and holds no
-// links; its last two levels are still opened without following any, like
-// every other read of the user's files.
+// known. Only a bundle that is plainly something else says no: its path
+// leads through a file or a link, or its Info.plist is not a regular file,
+// is too large or is not a property list. A bundle or Info.plist that is
+// missing says nothing: the program may run from a bundle that was moved or
+// deleted since it started, and it may be Tavio. The bundle path comes from
+// the kernel and holds no links; its last two levels are still opened
+// without following any, like every other read of the user's files.
 enum class Declares { yes, no, unknown };
 
-Declares declarationOf(int errorOrZero) {
-    return errorOrZero == ENOENT || errorOrZero == ENOTDIR || errorOrZero == ELOOP
-               ? Declares::no
-               : Declares::unknown;
+Declares declarationOf(int error) {
+    return error == ENOTDIR || error == ELOOP ? Declares::no : Declares::unknown;
+}
+
+Declares declarationOf(target::PropertyList::ReadFailure failure) {
+    using ReadFailure = target::PropertyList::ReadFailure;
+    switch (failure) {
+        case ReadFailure::notARegularFile:
+        case ReadFailure::tooLarge:
+        case ReadFailure::malformed:
+            return Declares::no;
+        case ReadFailure::missing:
+        case ReadFailure::unreadable:
+            return Declares::unknown;
+    }
+    return Declares::unknown;
 }
 
 Declares declaresIdentifier(const std::string& bundle, const std::string& identifier) {
@@ -77,8 +92,7 @@ Declares declaresIdentifier(const std::string& bundle, const std::string& identi
     }
     const auto read = target::PropertyList::readAt(contentsFD.get(), "Info.plist");
     if (const auto* failure = std::get_if<target::PropertyList::ReadFailure>(&read)) {
-        return *failure == target::PropertyList::ReadFailure::unreadable ? Declares::unknown
-                                                                         : Declares::no;
+        return declarationOf(*failure);
     }
     const auto declared = std::get<target::PropertyList>(read).stringValue("CFBundleIdentifier");
     return declared && *declared == identifier ? Declares::yes : Declares::no;

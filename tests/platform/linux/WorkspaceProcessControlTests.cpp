@@ -93,6 +93,32 @@ TEST_F(WorkspaceProcessControlTest, InfoPlistThatIsALinkIsNotRead) {
     EXPECT_FALSE(control.isRunning());
 }
 
+// A copy keeps running after its bundle is deleted (the kernel then names
+// its executable "…/Tavio.app/Contents/MacOS/Tavio (deleted)"). Nothing is
+// left to say which product it is, so it may be Tavio, and counts as running.
+TEST_F(WorkspaceProcessControlTest, CopyWhoseBundleWasDeletedWhileItRunsCountsAsRunning) {
+    auto player = startPlayer(installBundle(temp / "Applications", identifier));
+    ASSERT_TRUE(control.isRunning());
+
+    testsupport::removeAll(temp / "Applications/Tavio.app");
+
+    EXPECT_TRUE(control.isRunning());
+}
+
+// Moved elsewhere, it is still a bundle that names Tavio.
+TEST_F(WorkspaceProcessControlTest, CopyWhoseBundleWasMovedWhileItRunsIsFoundWhereItWent) {
+    auto player = startPlayer(installBundle(temp / "Applications", identifier));
+    testsupport::makeDirectories(temp / "elsewhere");
+    ASSERT_EQ(
+        ::rename((temp / "Applications/Tavio.app").c_str(), (temp / "elsewhere/Tavio.app").c_str()),
+        0);
+
+    const auto instances = control.runningInstances();
+    ASSERT_EQ(instances.size(), 1u);
+    EXPECT_EQ(instances[0].pid, player->pid());
+    EXPECT_EQ(instances[0].executable, temp / "elsewhere/Tavio.app/Contents/MacOS/Tavio");
+}
+
 TEST_F(WorkspaceProcessControlTest, ZombieCountsAsTerminated) {
     auto player = startPlayer(installBundle(temp / "Applications", identifier));
     ASSERT_TRUE(control.isRunning());
