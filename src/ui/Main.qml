@@ -36,7 +36,6 @@ ApplicationWindow {
     palette.active.shadow: Theme.palette.shadow
     palette.active.highlight: Theme.palette.highlight
     palette.active.highlightedText: Theme.palette.highlightedText
-    palette.active.placeholderText: Theme.palette.placeholderText
     palette.inactive.window: Theme.palette.window
     palette.inactive.windowText: Theme.palette.windowText
     palette.inactive.base: Theme.palette.base
