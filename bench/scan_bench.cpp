@@ -14,7 +14,7 @@
 #include "BenchSupport.h"
 #include "Footprint.h"
 #include "platform/linux/FilePreferencesAccess.h"
-#include "platform/linux/InstalledAppVerifier.h"
+#include "platform/InstalledAppVerifier.h"
 #include "target/InventoryBuilder.h"
 
 int main(int argc, char** argv) {

@@ -21,7 +21,7 @@
 
 #include "BenchSupport.h"
 #include "platform/linux/BundleSeal.h"
-#include "platform/linux/InstalledAppVerifier.h"
+#include "platform/InstalledAppVerifier.h"
 
 extern char** environ;
 

@@ -1,12 +1,12 @@
 #include "engine/ItemOutcome.h"
 #include "engine/UninstallReport.h"
-#include "removal/Trap.h"
+#include "base/Trap.h"
 
 namespace engine {
 
 ItemOutcome ItemOutcome::failed(std::vector<removal::RemovalFailure> failures) {
     if (failures.empty()) {
-        removal::trap("a failed item must name at least one failure");
+        base::trap("a failed item must name at least one failure");
     }
     return ItemOutcome(Kind::failed, {}, std::move(failures));
 }
@@ -23,7 +23,7 @@ ItemOutcome ItemOutcome::from(const removal::RemovalOutcome& outcome) {
         case Kind::linkRemoved:
             return linkRemoved();
     }
-    removal::trap("unknown removal outcome");
+    base::trap("unknown removal outcome");
 }
 
 int UninstallReport::alreadyAbsentCount() const {

@@ -4,12 +4,12 @@
 
 #include <cerrno>
 
-#include "removal/SystemCalls.h"
+#include "base/SystemCalls.h"
 
 namespace removal {
 
-std::variant<UniqueFd, RemovalReason> openDirectory(int parentFD, const char* name) {
-    UniqueFd fd(sys::openat(parentFD, name, O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC));
+std::variant<base::UniqueFd, RemovalReason> openDirectory(int parentFD, const char* name) {
+    base::UniqueFd fd(sys::openat(parentFD, name, O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC));
     if (fd) {
         return fd;
     }

@@ -5,7 +5,7 @@
 #include <variant>
 
 #include "removal/RemovalReason.h"
-#include "removal/UniqueFd.h"
+#include "base/UniqueFd.h"
 
 namespace removal {
 
@@ -16,6 +16,6 @@ namespace removal {
 // refused link. Some systems say ELOOP for it; Linux says ENOTDIR when
 // O_DIRECTORY and O_NOFOLLOW meet a link, so an ENOTDIR is looked at once more
 // (without following) to tell a link from a file that took the folder's place.
-std::variant<UniqueFd, RemovalReason> openDirectory(int parentFD, const char* name);
+std::variant<base::UniqueFd, RemovalReason> openDirectory(int parentFD, const char* name);
 
 }  // namespace removal

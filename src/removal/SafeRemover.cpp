@@ -7,8 +7,8 @@
 #include <cerrno>
 
 #include "removal/DirectoryOpen.h"
-#include "removal/SystemCalls.h"
-#include "removal/Trap.h"
+#include "base/SystemCalls.h"
+#include "base/Trap.h"
 #include "removal/TreeRemoval.h"
 
 namespace removal {
@@ -20,20 +20,20 @@ bool isDirectory(const struct stat& st) {
 
 void checkComponents(const Components& components) {
     if (components.empty()) {
-        trap("an item must have at least one path component");
+        base::trap("an item must have at least one path component");
     }
     for (const std::string& component : components) {
         if (component.empty()) {
-            trap("a path component is empty");
+            base::trap("a path component is empty");
         }
         if (component.find('/') != std::string::npos) {
-            trap("a path component contains \"/\"");
+            base::trap("a path component contains \"/\"");
         }
         if (component == ".") {
-            trap("a path component is \".\"");
+            base::trap("a path component is \".\"");
         }
         if (component == "..") {
-            trap("a path component is \"..\"");
+            base::trap("a path component is \"..\"");
         }
     }
 }
@@ -57,7 +57,7 @@ std::string SafeRemover::displayPath(const Components& components, std::size_t c
 // Opens the anchor itself. Links above the anchor are followed (the lstat and
 // open take the whole path), but the anchor must be a real folder: a link in
 // its place is refused and so is anything that is not a folder.
-std::variant<UniqueFd, RemovalFailure> SafeRemover::openAnchor(struct stat& anchorStat) const {
+std::variant<base::UniqueFd, RemovalFailure> SafeRemover::openAnchor(struct stat& anchorStat) const {
     const std::string anchorPath = displayPath({}, 0);
     if (::lstat(anchorPath.c_str(), &anchorStat) != 0) {
         const int error = errno;
@@ -65,7 +65,7 @@ std::variant<UniqueFd, RemovalFailure> SafeRemover::openAnchor(struct stat& anch
             // A missing anchor means a missing item; /dev/null keeps the walk's
             // shape (there is always an anchor descriptor) without a special case.
             anchorStat = {};
-            return UniqueFd(sys::open("/dev/null", O_RDONLY | O_CLOEXEC));
+            return base::UniqueFd(sys::open("/dev/null", O_RDONLY | O_CLOEXEC));
         }
         return RemovalFailure{anchorPath, reasonForErrno(error)};
     }
@@ -82,7 +82,7 @@ std::variant<UniqueFd, RemovalFailure> SafeRemover::openAnchor(struct stat& anch
     if (auto* reason = std::get_if<RemovalReason>(&opened)) {
         return RemovalFailure{anchorPath, std::move(*reason)};
     }
-    return std::move(std::get<UniqueFd>(opened));
+    return std::move(std::get<base::UniqueFd>(opened));
 }
 
 // Descends one component at a time, each relative to the folder before it.
@@ -97,7 +97,7 @@ std::variant<SafeRemover::Walked, RemovalFailure> SafeRemover::walk(
     if (auto* failure = std::get_if<RemovalFailure>(&anchorOrFailure)) {
         return std::move(*failure);
     }
-    walked.anchorFD = std::move(std::get<UniqueFd>(anchorOrFailure));
+    walked.anchorFD = std::move(std::get<base::UniqueFd>(anchorOrFailure));
     if (!walked.anchorFD) {
         return RemovalFailure{displayPath({}, 0), reasonForErrno(errno)};
     }
@@ -134,7 +134,7 @@ std::variant<SafeRemover::Walked, RemovalFailure> SafeRemover::walk(
         if (auto* reason = std::get_if<RemovalReason>(&next)) {
             return RemovalFailure{prefix, std::move(*reason)};
         }
-        walked.openedDirectories.push_back(std::move(std::get<UniqueFd>(next)));
+        walked.openedDirectories.push_back(std::move(std::get<base::UniqueFd>(next)));
     }
     return walked;
 }

@@ -9,8 +9,8 @@
 #include <cerrno>
 
 #include "removal/DirectoryOpen.h"
-#include "removal/SystemCalls.h"
-#include "removal/UniqueFd.h"
+#include "base/SystemCalls.h"
+#include "base/UniqueFd.h"
 
 namespace removal {
 namespace {
@@ -39,7 +39,7 @@ struct Entry {
 struct Level {
     std::string name;
     std::string path;
-    UniqueFd fd;  // closed for outer levels when the descriptor budget is spent
+    base::UniqueFd fd;  // closed for outer levels when the descriptor budget is spent
     FileIdentity identity;
     std::vector<Entry> entries;
     std::size_t next = 0;
@@ -115,7 +115,7 @@ bool TreeRemoval::enter(int parentFD,
         report(path, std::move(*reason));
         return false;
     }
-    UniqueFd fd = std::move(std::get<UniqueFd>(opened));
+    base::UniqueFd fd = std::move(std::get<base::UniqueFd>(opened));
     struct stat st {};
     if (::fstat(fd.get(), &st) != 0) {
         report(path, reasonForErrno(errno));
@@ -143,7 +143,7 @@ bool TreeRemoval::enter(int parentFD,
 // reading could make readdir skip or repeat entries.
 bool TreeRemoval::list(int fd, std::vector<Entry>& entries, const std::string& path) {
     // The stream gets its own descriptor, close-on-exec like every other.
-    UniqueFd duplicate(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
+    base::UniqueFd duplicate(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
     if (!duplicate) {
         report(path, reasonForErrno(errno));
         return false;
@@ -267,7 +267,7 @@ int TreeRemoval::reachParent() {
 // trusted only when it leads back to the very folder that was listed. Reports
 // nothing: a way that fails is followed by the careful one.
 bool TreeRemoval::reopenThroughDotDot(const Level& done, Level& parent) {
-    UniqueFd reopened(sys::openat(done.fd.get(), "..", kDirectoryFlags));
+    base::UniqueFd reopened(sys::openat(done.fd.get(), "..", kDirectoryFlags));
     struct stat st {};
     if (!reopened || ::fstat(reopened.get(), &st) != 0 ||
         FileIdentity{st.st_dev, st.st_ino} != parent.identity) {
@@ -286,7 +286,7 @@ bool TreeRemoval::reopenThroughDotDot(const Level& done, Level& parent) {
 // up; the folder above keeps it and goes on with its other entries.
 bool TreeRemoval::reopenFromAbove(std::size_t index) {
     int from = parentFD_;
-    UniqueFd opened;
+    base::UniqueFd opened;
     for (std::size_t i = 0; i <= index; ++i) {
         Level& level = stack_[i];
         if (level.fd) {
@@ -299,7 +299,7 @@ bool TreeRemoval::reopenFromAbove(std::size_t index) {
             giveUpFrom(i, std::move(*reason));
             return false;
         }
-        UniqueFd fd = std::move(std::get<UniqueFd>(next));
+        base::UniqueFd fd = std::move(std::get<base::UniqueFd>(next));
         struct stat st {};
         if (::fstat(fd.get(), &st) != 0) {
             giveUpFrom(i, reasonForErrno(errno));

@@ -3,7 +3,7 @@
 #include <string>
 #include <variant>
 
-#include "removal/UniqueFd.h"
+#include "base/UniqueFd.h"
 #include "target/AppVerificationProblem.h"
 
 namespace target {
@@ -35,11 +35,11 @@ public:
     int contentsFD() const { return contents_.get(); }
 
 private:
-    AppBundleLayout(removal::UniqueFd bundle, removal::UniqueFd contents)
+    AppBundleLayout(base::UniqueFd bundle, base::UniqueFd contents)
         : bundle_(std::move(bundle)), contents_(std::move(contents)) {}
 
-    removal::UniqueFd bundle_;
-    removal::UniqueFd contents_;
+    base::UniqueFd bundle_;
+    base::UniqueFd contents_;
 };
 
 }  // namespace target

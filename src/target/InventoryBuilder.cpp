@@ -1,7 +1,7 @@
 #include "target/InventoryBuilder.h"
 
 #include "removal/SafeRemover.h"
-#include "removal/Text.h"
+#include "base/Text.h"
 #include "target/Paths.h"
 
 namespace target {
@@ -94,7 +94,7 @@ std::vector<InventoryItem> InventoryBuilder::appItems() const {
         const auto identity = remover.identity({appName});
         if (!identity) {
             items.push_back(
-                item(ItemState::skipped(removal::localizedText("Not an app bundle")), std::nullopt));
+                item(ItemState::skipped(base::localizedText("Not an app bundle")), std::nullopt));
             continue;
         }
         items.push_back(item(ItemState::present(), identity));

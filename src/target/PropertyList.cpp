@@ -9,9 +9,9 @@
 #include <cstdlib>
 #include <utility>
 
-#include "removal/SystemCalls.h"
-#include "removal/Trap.h"
-#include "removal/UniqueFd.h"
+#include "base/SystemCalls.h"
+#include "base/Trap.h"
+#include "base/UniqueFd.h"
 #include "target/PropertyListShape.h"
 
 namespace target {
@@ -37,7 +37,7 @@ PropertyList::ReadFailure failureForErrno(int error) {
 
 void checkName(std::string_view name) {
     if (name.empty() || name == "." || name == ".." || name.find('/') != std::string_view::npos) {
-        removal::trap("a property-list file name must be a single path component");
+        base::trap("a property-list file name must be a single path component");
     }
 }
 
@@ -107,7 +107,7 @@ PropertyList::ReadResult PropertyList::readAt(int directoryFD, std::string_view 
     }
     // Non-blocking in case something else was swapped in since the look;
     // readFrom() checks the type again on the descriptor.
-    const removal::UniqueFd fd(sys::openat(
+    const base::UniqueFd fd(sys::openat(
         directoryFD, path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
     if (!fd) {
         return failureForErrno(errno);
@@ -142,7 +142,7 @@ PropertyList::ReadResult PropertyList::readFrom(int fd) {
 
 PropertyList PropertyList::adopt(plist_t root, Format format) {
     if (root == nullptr) {
-        removal::trap("a property list needs a root node");
+        base::trap("a property list needs a root node");
     }
     return PropertyList(root, format);
 }

@@ -17,8 +17,8 @@
 #include "TempDir.h"
 #include "engine/UninstallEngine.h"
 #include "platform/linux/FilePreferencesAccess.h"
-#include "platform/linux/InstalledAppVerifier.h"
-#include "platform/linux/WorkspaceProcessControl.h"
+#include "platform/InstalledAppVerifier.h"
+#include "platform/WorkspaceProcessControl.h"
 #include "target/InventoryBuilder.h"
 
 using engine::ItemOutcome;

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "engine/UninstallReport.h"
-#include "removal/Text.h"
+#include "base/Text.h"
 
 using engine::ItemOutcome;
 using engine::ItemResult;
@@ -73,14 +73,14 @@ TEST(UninstallReport, RemainingUsesTheFullPathNeverTheDisplayPath) {
 }
 
 TEST(UninstallReport, RemainingReasonsFollowTheInstalledTextLookup) {
-    removal::setTextLookup([](std::string_view english) {
+    base::setTextLookup([](std::string_view english) {
         return english == "Permission denied" ? std::string("Zugriff verweigert") : std::string();
     });
     const UninstallReport report{
         UninstallOutcome::incomplete,
         {{item("/a"), ItemOutcome::failed({{"/a", RemovalReason::permissionDenied()}})}}};
     EXPECT_EQ(report.remaining()[0].reason, "Zugriff verweigert");
-    removal::setTextLookup(nullptr);
+    base::setTextLookup(nullptr);
 }
 
 TEST(ItemOutcome, DoneAndNotDoneOutcomes) {

@@ -16,8 +16,8 @@
 #include "Footprint.h"
 #include "SpawnedProcess.h"
 #include "platform/linux/FilePreferencesAccess.h"
-#include "platform/linux/InstalledAppVerifier.h"
-#include "platform/linux/WorkspaceProcessControl.h"
+#include "platform/InstalledAppVerifier.h"
+#include "platform/WorkspaceProcessControl.h"
 #include "target/InventoryBuilder.h"
 
 namespace faulttest {

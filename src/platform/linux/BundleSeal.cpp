@@ -8,8 +8,8 @@
 
 #include "platform/linux/BundleWalk.h"
 #include "platform/linux/FileDigest.h"
-#include "removal/SystemCalls.h"
-#include "removal/UniqueFd.h"
+#include "base/SystemCalls.h"
+#include "base/UniqueFd.h"
 
 namespace platform {
 namespace {
@@ -24,8 +24,8 @@ struct Expected {
     std::optional<std::string> linkTarget;
 };
 
-removal::UniqueFd openFolder(int parentFD, const std::string& name) {
-    return removal::UniqueFd(sys::openat(parentFD, name.c_str(), kFolderFlags));
+base::UniqueFd openFolder(int parentFD, const std::string& name) {
+    return base::UniqueFd(sys::openat(parentFD, name.c_str(), kFolderFlags));
 }
 
 std::string asText(const Sha256& digest) {
@@ -55,7 +55,7 @@ std::optional<Expected> expectedFrom(plist_t value) {
 // the seal is missing, not a regular file, malformed or for another id.
 std::optional<std::map<std::string, Expected>> readSeal(int contentsFD,
                                                         const std::string& expectedIdentifier) {
-    const removal::UniqueFd sealFolder = openFolder(contentsFD, std::string(kSealFolder));
+    const base::UniqueFd sealFolder = openFolder(contentsFD, std::string(kSealFolder));
     if (!sealFolder) {
         return std::nullopt;
     }
@@ -126,11 +126,11 @@ bool sealIsValid(int bundleFD, int contentsFD, const std::string& expectedIdenti
 }
 
 bool sealIsValid(const std::string& bundlePath, const std::string& expectedIdentifier) {
-    const removal::UniqueFd bundle(sys::open(bundlePath.c_str(), kFolderFlags));
+    const base::UniqueFd bundle(sys::open(bundlePath.c_str(), kFolderFlags));
     if (!bundle) {
         return false;
     }
-    const removal::UniqueFd contents = openFolder(bundle.get(), kContents);
+    const base::UniqueFd contents = openFolder(bundle.get(), kContents);
     return contents && sealIsValid(bundle.get(), contents.get(), expectedIdentifier);
 }
 

@@ -12,8 +12,8 @@
 #include "platform/linux/BundleWalk.h"
 #include "platform/linux/FileDigest.h"
 #include "platform/linux/WriteAll.h"
-#include "removal/SystemCalls.h"
-#include "removal/UniqueFd.h"
+#include "base/SystemCalls.h"
+#include "base/UniqueFd.h"
 
 namespace platform {
 namespace {
@@ -67,7 +67,7 @@ std::optional<plist_t> listContents(int contentsFD) {
 std::optional<SealError> replaceSeal(int sealFolderFD,
                                      const std::string& bytes,
                                      const std::string& sealFolderPath) {
-    const removal::UniqueFd file(sys::openat(sealFolderFD, kTemporarySeal.c_str(),
+    const base::UniqueFd file(sys::openat(sealFolderFD, kTemporarySeal.c_str(),
                                              O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                                              0644));
     if (!file) {
@@ -90,12 +90,12 @@ std::optional<SealError> replaceSeal(int sealFolderFD,
 
 // Opens (creating it if needed) the seal's folder, without a half-written
 // seal left by an interrupted run.
-std::variant<removal::UniqueFd, SealError> openSealFolder(int contentsFD, const std::string& path) {
+std::variant<base::UniqueFd, SealError> openSealFolder(int contentsFD, const std::string& path) {
     const std::string name(kSealFolder);
     if (::mkdirat(contentsFD, name.c_str(), 0755) != 0 && errno != EEXIST) {
         return systemError("cannot create", path);
     }
-    removal::UniqueFd folder(sys::openat(contentsFD, name.c_str(), kFolderFlags));
+    base::UniqueFd folder(sys::openat(contentsFD, name.c_str(), kFolderFlags));
     if (!folder) {
         return systemError("cannot open the folder", path);
     }
@@ -110,14 +110,14 @@ std::variant<removal::UniqueFd, SealError> openSealFolder(int contentsFD, const 
 std::optional<SealError> writeSeal(const std::string& bundlePath,
                                    const std::string& identifier,
                                    target::PropertyList::Format format) {
-    const removal::UniqueFd bundle(sys::open(bundlePath.c_str(), kFolderFlags));
+    const base::UniqueFd bundle(sys::open(bundlePath.c_str(), kFolderFlags));
     if (!bundle) {
         return systemError("cannot open the bundle", bundlePath);
     }
     if (!BundleWalk::holdsOnly(bundle.get(), kContents)) {
         return SealError{"the top level of " + bundlePath + " must hold nothing but Contents"};
     }
-    const removal::UniqueFd contents(sys::openat(bundle.get(), kContents.c_str(), kFolderFlags));
+    const base::UniqueFd contents(sys::openat(bundle.get(), kContents.c_str(), kFolderFlags));
     if (!contents) {
         return systemError("cannot open the folder", bundlePath + "/Contents");
     }
@@ -140,7 +140,7 @@ std::optional<SealError> writeSeal(const std::string& bundlePath,
         return SealError{"cannot write the seal as a property list"};
     }
     if (auto error =
-            replaceSeal(std::get<removal::UniqueFd>(sealFolder).get(), *bytes, sealFolderPath)) {
+            replaceSeal(std::get<base::UniqueFd>(sealFolder).get(), *bytes, sealFolderPath)) {
         return error;
     }
     // A name that is not valid UTF-8 cannot be stored faithfully in a property

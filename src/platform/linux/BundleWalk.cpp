@@ -9,8 +9,8 @@
 #include <optional>
 #include <vector>
 
-#include "removal/SystemCalls.h"
-#include "removal/UniqueFd.h"
+#include "base/SystemCalls.h"
+#include "base/UniqueFd.h"
 
 namespace platform {
 namespace {
@@ -70,7 +70,7 @@ bool enterFolder(int folderFD,
     if (depth >= BundleWalk::kDepthLimit) {
         return false;
     }
-    const removal::UniqueFd child(sys::openat(
+    const base::UniqueFd child(sys::openat(
         folderFD, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
     struct stat opened {};
     if (!child || ::fstat(child.get(), &opened) != 0 || opened.st_dev != status.st_dev ||

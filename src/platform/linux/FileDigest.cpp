@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <memory>
 
-#include "removal/SystemCalls.h"
-#include "removal/UniqueFd.h"
+#include "base/SystemCalls.h"
+#include "base/UniqueFd.h"
 
 namespace platform {
 namespace {
@@ -26,7 +26,7 @@ FileDigest::FileDigest() : buffer_(kBlockSize) {}
 std::optional<Sha256> FileDigest::ofFile(int folderFD,
                                          const std::string& name,
                                          const struct stat& expected) {
-    const removal::UniqueFd fd(sys::openat(
+    const base::UniqueFd fd(sys::openat(
         folderFD, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
     if (!fd) {
         return std::nullopt;

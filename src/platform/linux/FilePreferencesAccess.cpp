@@ -12,15 +12,15 @@
 #include <variant>
 
 #include "platform/linux/WriteAll.h"
-#include "removal/SystemCalls.h"
-#include "removal/Trap.h"
-#include "removal/UniqueFd.h"
+#include "base/SystemCalls.h"
+#include "base/Trap.h"
+#include "base/UniqueFd.h"
 #include "target/PropertyList.h"
 
 namespace platform {
 namespace {
 
-using removal::UniqueFd;
+using base::UniqueFd;
 using target::PropertyList;
 
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
@@ -32,7 +32,7 @@ bool isPlainName(const std::string& name) {
 
 void checkDomain(const std::string& domain) {
     if (!isPlainName(domain)) {
-        removal::trap("a preference domain must be usable as a single file name");
+        base::trap("a preference domain must be usable as a single file name");
     }
 }
 

@@ -12,13 +12,13 @@
 #include <string>
 #include <string_view>
 
-#include "removal/SystemCalls.h"
-#include "removal/UniqueFd.h"
+#include "base/SystemCalls.h"
+#include "base/UniqueFd.h"
 
 namespace platform {
 namespace {
 
-using removal::UniqueFd;
+using base::UniqueFd;
 
 constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 

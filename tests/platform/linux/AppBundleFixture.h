@@ -8,7 +8,7 @@
 
 #include "TempDir.h"
 #include "platform/linux/BundleSeal.h"
-#include "platform/linux/InstalledAppVerifier.h"
+#include "platform/InstalledAppVerifier.h"
 #include "target/PropertyList.h"
 
 namespace appbundle {

@@ -10,7 +10,7 @@
 #include "AppBundleFixture.h"
 #include "ChildProcess.h"
 #include "platform/linux/BundleWalk.h"
-#include "removal/UniqueFd.h"
+#include "base/UniqueFd.h"
 
 namespace {
 
@@ -152,7 +152,7 @@ TEST_F(BundleSealTest, AFifoListedInTheSealIsStillRefusedWithoutHanging) {
 
 TEST_F(BundleSealTest, ASocketInsideIsRefused) {
     makeSealedBundle();
-    const removal::UniqueFd sock(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const base::UniqueFd sock(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const std::string path = at("Resources/sock");

@@ -16,7 +16,7 @@
 
 #include "AppBundleFixture.h"
 #include "ChildProcess.h"
-#include "removal/UniqueFd.h"
+#include "base/UniqueFd.h"
 
 namespace {
 
@@ -75,7 +75,7 @@ public:
     }
 
 private:
-    removal::UniqueFd fd_;
+    base::UniqueFd fd_;
     std::map<int, std::string> paths_;
 };
 
@@ -117,7 +117,7 @@ TEST_F(VerifierIsolationTest, TheCheckPassesOnABundleMountedReadOnly) {
                     nullptr) != 0) {
             return std::string("skip: cannot bind the bundle read-only: ") + std::strerror(errno);
         }
-        const removal::UniqueFd probe(
+        const base::UniqueFd probe(
             ::open(at("Resources/probe").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
         if (probe || errno != EROFS) {
             return std::string("the bundle is not read-only");

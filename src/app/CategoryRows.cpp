@@ -1,4 +1,4 @@
-#include "CategoryRows.h"
+#include "app/CategoryRows.h"
 
 #include <QCoreApplication>
 

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-namespace removal {
+namespace base {
 
 // Stops the process on a violated precondition. These are programming
 // errors, never a user's: going on could delete the wrong thing, so the only
@@ -14,4 +14,4 @@ namespace removal {
     std::abort();
 }
 
-}  // namespace removal
+}  // namespace base

@@ -1,4 +1,4 @@
-#include "SystemFonts.h"
+#include "app/SystemFonts.h"
 
 #include <QFontDatabase>
 

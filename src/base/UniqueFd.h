@@ -4,7 +4,7 @@
 
 #include <utility>
 
-namespace removal {
+namespace base {
 
 // Owns one file descriptor and closes it when it goes out of scope. Move-only,
 // so that ownership of a descriptor is always visible in the code: whoever
@@ -45,4 +45,4 @@ private:
     int fd_ = -1;
 };
 
-}  // namespace removal
+}  // namespace base

@@ -1,5 +1,5 @@
 // Compiled as Objective-C++ with automatic reference counting.
-#include "platform/macos/WorkspaceProcessControl.h"
+#include "platform/WorkspaceProcessControl.h"
 
 #import <AppKit/AppKit.h>
 

@@ -62,4 +62,4 @@ bool activateRunningCopy() {
 
 }  // namespace app
 
-#include "InstanceActivation.moc"
+#include "InstanceActivationLinux.moc"

@@ -2,8 +2,8 @@
 
 #include "app/SystemServices.h"
 #include "platform/macos/CFPreferencesAccess.h"
-#include "platform/macos/InstalledAppVerifier.h"
-#include "platform/macos/WorkspaceProcessControl.h"
+#include "platform/InstalledAppVerifier.h"
+#include "platform/WorkspaceProcessControl.h"
 
 namespace app {
 

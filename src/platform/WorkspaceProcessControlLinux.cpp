@@ -1,4 +1,4 @@
-#include "platform/linux/WorkspaceProcessControl.h"
+#include "platform/WorkspaceProcessControl.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -9,14 +9,14 @@
 #include <map>
 
 #include "platform/linux/ProcessTable.h"
-#include "removal/SystemCalls.h"
-#include "removal/UniqueFd.h"
+#include "base/SystemCalls.h"
+#include "base/UniqueFd.h"
 #include "target/PropertyList.h"
 
 namespace platform {
 namespace {
 
-using removal::UniqueFd;
+using base::UniqueFd;
 
 // glibc 2.36 declares neither call in a header we can rely on everywhere, so
 // both go through syscall(). pidfd_open gives a close-on-exec descriptor.

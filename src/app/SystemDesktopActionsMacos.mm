@@ -1,5 +1,5 @@
 // Compiled as Objective-C++ with automatic reference counting.
-#include "platform/macos/SystemDesktopActions.h"
+#include "app/SystemDesktopActions.h"
 
 #import <AppKit/AppKit.h>
 
@@ -7,7 +7,7 @@
 
 #include "app/SystemServices.h"
 
-namespace platform {
+namespace app {
 
 void SystemDesktopActions::setClipboardText(const QString& text) {
     @autoreleasepool {
@@ -34,12 +34,8 @@ void SystemDesktopActions::reveal(const QStringList& paths) {
     }
 }
 
-}  // namespace platform
-
-namespace app {
-
 std::shared_ptr<DesktopActions> makeSystemDesktopActions() {
-    return std::make_shared<platform::SystemDesktopActions>();
+    return std::make_shared<SystemDesktopActions>();
 }
 
 }  // namespace app

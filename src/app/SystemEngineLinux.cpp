@@ -2,8 +2,8 @@
 
 #include "app/SystemServices.h"
 #include "platform/linux/FilePreferencesAccess.h"
-#include "platform/linux/InstalledAppVerifier.h"
-#include "platform/linux/WorkspaceProcessControl.h"
+#include "platform/InstalledAppVerifier.h"
+#include "platform/WorkspaceProcessControl.h"
 
 namespace app {
 

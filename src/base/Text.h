@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace removal {
+namespace base {
 
 // Every sentence that the core shows to a user goes through one lookup, keyed
 // by its English text, so that the application can point it at its
@@ -19,4 +19,4 @@ void setTextLookup(TextLookup lookup);
 // The user-facing sentence for the English key.
 std::string localizedText(std::string_view english);
 
-}  // namespace removal
+}  // namespace base

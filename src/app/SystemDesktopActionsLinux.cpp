@@ -1,4 +1,4 @@
-#include "platform/linux/SystemDesktopActions.h"
+#include "app/SystemDesktopActions.h"
 
 #include <QClipboard>
 #include <QCoreApplication>
@@ -13,7 +13,7 @@
 
 #include "app/SystemServices.h"
 
-namespace platform {
+namespace app {
 namespace {
 
 // A file manager that is started on demand by the bus may take a moment.
@@ -65,12 +65,8 @@ void SystemDesktopActions::reveal(const QStringList& paths) {
                      });
 }
 
-}  // namespace platform
-
-namespace app {
-
 std::shared_ptr<DesktopActions> makeSystemDesktopActions() {
-    return std::make_shared<platform::SystemDesktopActions>();
+    return std::make_shared<SystemDesktopActions>();
 }
 
 }  // namespace app

@@ -1,4 +1,4 @@
-#include "platform/macos/InstalledAppVerifier.h"
+#include "platform/InstalledAppVerifier.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <Security/Security.h>

@@ -1,8 +1,8 @@
-#include "removal/Text.h"
+#include "base/Text.h"
 
 #include <utility>
 
-namespace removal {
+namespace base {
 namespace {
 
 TextLookup& installedLookup() {
@@ -27,4 +27,4 @@ std::string localizedText(std::string_view english) {
     return std::string(english);
 }
 
-}  // namespace removal
+}  // namespace base

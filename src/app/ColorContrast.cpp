@@ -1,4 +1,4 @@
-#include "ColorContrast.h"
+#include "app/ColorContrast.h"
 
 #include <algorithm>
 #include <cmath>

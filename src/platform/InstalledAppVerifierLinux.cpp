@@ -1,4 +1,4 @@
-#include "platform/linux/InstalledAppVerifier.h"
+#include "platform/InstalledAppVerifier.h"
 
 #include <variant>
 
