@@ -66,12 +66,12 @@ Declares declarationOf(int errorOrZero) {
 }
 
 Declares declaresIdentifier(const std::string& bundle, const std::string& identifier) {
-    UniqueFd bundleFD(sys::open(bundle.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    UniqueFd bundleFD(sys::open(bundle.c_str(), sys::kFolderFlags));
     if (!bundleFD) {
         return declarationOf(errno);
     }
     UniqueFd contentsFD(
-        sys::openat(bundleFD.get(), "Contents", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        sys::openFolderAt(bundleFD.get(), "Contents"));
     if (!contentsFD) {
         return declarationOf(errno);
     }

@@ -85,6 +85,8 @@ struct SafeRemover {
 
     std::variant<Walked, RemovalFailure> walk(const Components& components) const;
     std::variant<base::UniqueFd, RemovalFailure> openAnchor(struct stat& anchorStat) const;
+    std::variant<base::UniqueFd, RemovalReason> enterFolder(int parentFD, const char* name,
+                                                            const struct stat& st) const;
 };
 
 }  // namespace removal

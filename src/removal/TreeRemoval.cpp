@@ -15,7 +15,6 @@
 namespace removal {
 namespace {
 
-constexpr int kDirectoryFlags = O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC;
 
 // At most this many folder descriptors of one tree are held open at a time.
 // Deeper trees close the descriptors of their outermost folders and reach them
@@ -143,7 +142,7 @@ bool TreeRemoval::enter(int parentFD,
 // reading could make readdir skip or repeat entries.
 bool TreeRemoval::list(int fd, std::vector<Entry>& entries, const std::string& path) {
     // The stream gets its own descriptor, close-on-exec like every other.
-    base::UniqueFd duplicate(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
+    base::UniqueFd duplicate(sys::duplicate(fd));
     if (!duplicate) {
         report(path, reasonForErrno(errno));
         return false;
@@ -182,7 +181,7 @@ void TreeRemoval::removeEntry(Level& level, const Entry& entry) {
     }
     const char* name = entry.name.c_str();
     struct stat st {};
-    if (::fstatat(level.fd.get(), name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (sys::statAt(level.fd.get(), name, st) != 0) {
         if (errno != ENOENT) {  // gone already: someone else removed it
             report(path, reasonForErrno(errno));
             level.failed = true;
@@ -200,7 +199,7 @@ void TreeRemoval::removeEntry(Level& level, const Entry& entry) {
         return;
     }
     // Files, links, sockets, pipes and devices are unlinked, never opened.
-    if (::unlinkat(level.fd.get(), name, 0) != 0 && errno != ENOENT) {
+    if (sys::unlinkAt(level.fd.get(), name) != 0 && errno != ENOENT) {
         report(path, reasonForErrno(errno));
         level.failed = true;
     }
@@ -218,7 +217,7 @@ bool TreeRemoval::unlinkKnownNonDirectory(Level& level,
     if (entry.type == DT_DIR || entry.type == DT_UNKNOWN) {
         return false;
     }
-    if (::unlinkat(level.fd.get(), entry.name.c_str(), 0) == 0 || errno == ENOENT) {
+    if (sys::unlinkAt(level.fd.get(), entry.name.c_str()) == 0 || errno == ENOENT) {
         return true;
     }
     if (errno == EISDIR) {
@@ -238,7 +237,7 @@ void TreeRemoval::leave() {
     }
     Level& done = stack_.back();
     bool kept = done.failed;
-    if (!kept && ::unlinkat(parentFD, done.name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT) {
+    if (!kept && sys::unlinkAt(parentFD, done.name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT) {
         report(done.path, reasonForErrno(errno));
         kept = true;
     }
@@ -267,7 +266,7 @@ int TreeRemoval::reachParent() {
 // trusted only when it leads back to the very folder that was listed. Reports
 // nothing: a way that fails is followed by the careful one.
 bool TreeRemoval::reopenThroughDotDot(const Level& done, Level& parent) {
-    base::UniqueFd reopened(sys::openat(done.fd.get(), "..", kDirectoryFlags));
+    base::UniqueFd reopened(sys::openFolderAt(done.fd.get(), ".."));
     struct stat st {};
     if (!reopened || ::fstat(reopened.get(), &st) != 0 ||
         FileIdentity{st.st_dev, st.st_ino} != parent.identity) {

@@ -11,16 +11,15 @@
 namespace target {
 namespace {
 
-constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
 
 // The folder `name` inside `parentFD`, when it is a real folder (an lstat
 // first, then an open that refuses links and must find the same folder).
 base::UniqueFd openRealFolder(int parentFD, const char* name) {
     struct stat seen {};
-    if (::fstatat(parentFD, name, &seen, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(seen.st_mode)) {
+    if (sys::statAt(parentFD, name, seen) != 0 || !S_ISDIR(seen.st_mode)) {
         return {};
     }
-    base::UniqueFd folder(sys::openat(parentFD, name, kFolderFlags));
+    base::UniqueFd folder(sys::openFolderAt(parentFD, name));
     struct stat opened {};
     if (!folder || ::fstat(folder.get(), &opened) != 0 || opened.st_dev != seen.st_dev ||
         opened.st_ino != seen.st_ino) {
@@ -31,7 +30,7 @@ base::UniqueFd openRealFolder(int parentFD, const char* name) {
 
 bool isRegularFile(int folderFD, const std::string& name) {
     struct stat status {};
-    return ::fstatat(folderFD, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+    return sys::statAt(folderFD, name.c_str(), status) == 0 &&
            S_ISREG(status.st_mode);
 }
 
@@ -73,7 +72,7 @@ std::optional<AppVerificationProblem> checkContents(int contentsFD,
 std::variant<AppBundleLayout, AppVerificationProblem> AppBundleLayout::open(
     const std::string& bundlePath,
     const std::string& expectedIdentifier) {
-    base::UniqueFd bundle(sys::open(bundlePath.c_str(), kFolderFlags));
+    base::UniqueFd bundle(sys::open(bundlePath.c_str(), sys::kFolderFlags));
     if (!bundle) {
         return AppVerificationProblem::notAnAppBundle();
     }

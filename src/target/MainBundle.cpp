@@ -51,7 +51,7 @@ MainBundle MainBundle::load(const std::string& path) {
         return MainBundle(std::nullopt);
     }
     const base::UniqueFd folderFD(
-        sys::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        sys::open(folderPath.c_str(), sys::kFolderFlags & ~O_NOFOLLOW));
     if (!folderFD) {
         return MainBundle(std::nullopt);
     }

@@ -3,6 +3,7 @@
 #include <plist/plist.h>
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -85,6 +86,13 @@ public:
     // nothing when the node is missing or of another type.
     static std::optional<std::string> stringOf(plist_t node);
     static std::optional<std::string> dataOf(plist_t node);
+
+    // Calls `visit` with each key and value of the dictionary node
+    // `dictionary`, in the dictionary's order; a key that libplist cannot give
+    // comes as a null pointer. Both stay owned by the tree and live only for
+    // the call. Does nothing when the node is not a dictionary.
+    static void forEachEntry(plist_t dictionary,
+                             const std::function<void(const char* key, plist_t value)>& visit);
 
 private:
     PropertyList(plist_t root, Format format) : root_(root), format_(format) {}

@@ -14,7 +14,6 @@
 namespace platform {
 namespace {
 
-constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
 const std::string kContents = "Contents";
 const std::string kSealPath = std::string(kSealFolder) + "/" + std::string(kSealFile);
 
@@ -25,7 +24,7 @@ struct Expected {
 };
 
 base::UniqueFd openFolder(int parentFD, const std::string& name) {
-    return base::UniqueFd(sys::openat(parentFD, name.c_str(), kFolderFlags));
+    return base::UniqueFd(sys::openFolderAt(parentFD, name.c_str()));
 }
 
 std::string asText(const Sha256& digest) {
@@ -69,22 +68,11 @@ std::optional<std::map<std::string, Expected>> readSeal(int contentsFD,
         return std::nullopt;
     }
     std::map<std::string, Expected> listed;
-    plist_dict_iter iterator = nullptr;
-    plist_dict_new_iter(files, &iterator);
     bool ok = true;
-    for (;;) {
-        char* key = nullptr;
-        plist_t value = nullptr;
-        plist_dict_next_item(files, iterator, &key, &value);
-        if (value == nullptr) {
-            std::free(key);
-            break;
-        }
+    target::PropertyList::forEachEntry(files, [&](const char* key, plist_t value) {
         const auto expected = expectedFrom(value);
         ok = ok && key != nullptr && expected && listed.emplace(key, *expected).second;
-        std::free(key);
-    }
-    std::free(iterator);
+    });
     return ok ? std::optional(std::move(listed)) : std::nullopt;
 }
 
@@ -126,7 +114,7 @@ bool sealIsValid(int bundleFD, int contentsFD, const std::string& expectedIdenti
 }
 
 bool sealIsValid(const std::string& bundlePath, const std::string& expectedIdentifier) {
-    const base::UniqueFd bundle(sys::open(bundlePath.c_str(), kFolderFlags));
+    const base::UniqueFd bundle(sys::open(bundlePath.c_str(), sys::kFolderFlags));
     if (!bundle) {
         return false;
     }

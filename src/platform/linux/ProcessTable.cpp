@@ -20,7 +20,6 @@ namespace {
 
 using base::UniqueFd;
 
-constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 std::optional<pid_t> parsePid(std::string_view name) {
     pid_t pid = 0;
@@ -46,22 +45,15 @@ LookFailure failureFor(int error) {
 }
 
 std::variant<std::string, LookFailure> readSmallFile(int directoryFD, const char* name) {
-    UniqueFd fd(sys::openat(directoryFD, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    UniqueFd fd(sys::openFileAt(directoryFD, name));
     if (!fd) {
         return failureFor(errno);
     }
     std::string content;
-    char buffer[1024];
-    for (;;) {
-        const ssize_t n = sys::read(fd.get(), buffer, sizeof buffer);
-        if (n == 0) {
-            return content;
-        }
-        if (n < 0) {
-            return failureFor(errno);
-        }
-        content.append(buffer, static_cast<std::size_t>(n));
+    if (!sys::readAll(fd.get(), content)) {
+        return failureFor(errno);
     }
+    return content;
 }
 
 struct StatLine {
@@ -136,7 +128,7 @@ OwnedProcesses processesOwnedBy(uid_t owner) {
             continue;
         }
         struct stat st {};
-        if (::fstatat(::dirfd(directory), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (sys::statAt(::dirfd(directory), entry->d_name, st) != 0) {
             owned.complete = owned.complete && failureFor(errno) != LookFailure::unknown;
         } else if (st.st_uid == owner) {
             owned.pids.push_back(*pid);
@@ -149,7 +141,7 @@ OwnedProcesses processesOwnedBy(uid_t owner) {
 
 std::variant<ProcessInstance, LookFailure> describeProcess(pid_t pid, uid_t owner) {
     const std::string path = "/proc/" + std::to_string(pid);
-    UniqueFd processFD(sys::open(path.c_str(), kDirectoryFlags | O_NOFOLLOW));
+    UniqueFd processFD(sys::open(path.c_str(), sys::kFolderFlags));
     if (!processFD) {
         return failureFor(errno);
     }
@@ -176,7 +168,7 @@ std::variant<ProcessInstance, LookFailure> describeProcess(pid_t pid, uid_t owne
         return *failure;
     }
     struct stat executableStat {};
-    if (::fstatat(processFD.get(), "exe", &executableStat, 0) != 0) {
+    if (sys::statAt(processFD.get(), "exe", executableStat, /*flags=*/0) != 0) {
         return failureFor(errno);
     }
     return ProcessInstance{pid, statLine->startTime, std::move(std::get<std::string>(executable)),
