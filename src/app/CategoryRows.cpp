@@ -50,6 +50,32 @@ QString stateOf(const QVariantMap& item) {
     return item.value(QStringLiteral("state")).toString();
 }
 
+// A category's state while items are removed: running while any of its items
+// is, failed once none waits and one failed, done when every item is, and
+// pending otherwise.
+QString workingStatus(const QVariantList& items, const QVariantMap& rowStates,
+                      const QString& category) {
+    bool anyPending = false, anyRunning = false, anyFailed = false, any = false, allDone = true;
+    for (const QVariantMap& item : itemsIn(items, category)) {
+        const auto found = rowStates.constFind(item.value(QStringLiteral("id")).toString());
+        if (found == rowStates.constEnd())
+            continue;
+        const QString state = found->toString();
+        any = true;
+        anyPending |= state == QLatin1String("pending");
+        anyRunning |= state == QLatin1String("running");
+        allDone &= state == QLatin1String("done");
+        anyFailed |= state == QLatin1String("failed");
+    }
+    if (anyRunning)
+        return QStringLiteral("running");
+    if (anyFailed && !anyPending)
+        return QStringLiteral("failed");
+    if (any && allDone)
+        return QStringLiteral("done");
+    return QStringLiteral("pending");
+}
+
 }  // namespace
 
 CategoryRows::CategoryRows(QObject* parent) : QObject(parent) {}
@@ -105,27 +131,7 @@ QVariantMap CategoryRows::reviewRow(const QVariantList& items, const QString& ca
 QVariantMap CategoryRows::workingRow(const QVariantList& items,
                                      const QVariantMap& rowStates,
                                      const QString& category) {
-    bool anyPending = false, anyRunning = false, anyFailed = false, any = false, allDone = true;
-    for (const QVariantMap& item : itemsIn(items, category)) {
-        const auto found = rowStates.constFind(item.value(QStringLiteral("id")).toString());
-        if (found == rowStates.constEnd())
-            continue;
-        const QString state = found->toString();
-        any = true;
-        anyPending |= state == QLatin1String("pending");
-        anyRunning |= state == QLatin1String("running");
-        allDone &= state == QLatin1String("done");
-        anyFailed |= state == QLatin1String("failed");
-    }
-
-    QString status = QStringLiteral("pending");
-    if (anyRunning)
-        status = QStringLiteral("running");
-    else if (anyFailed && !anyPending)
-        status = QStringLiteral("failed");
-    else if (any && allDone)
-        status = QStringLiteral("done");
-
+    const QString status = workingStatus(items, rowStates, category);
     QString symbol = QStringLiteral("circle");
     QString value = tr("waiting");
     if (status == QLatin1String("running")) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,7 +31,10 @@ struct InventoryBuilder {
     Inventory build() const;
 
 private:
+    InventoryItem preferencesItem() const;
+    std::vector<InventoryItem> treeItems() const;
     std::vector<InventoryItem> appItems() const;
+    std::optional<InventoryItem> appItem(const std::string& directory) const;
 };
 
 }  // namespace target
