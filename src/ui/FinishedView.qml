@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 import UninstallTavio
+import UninstallTavio.App
 
 // The end of a run. A completed run says so and counts what was already gone;
 // an incomplete one lists what is left with the reason for each, lets the user

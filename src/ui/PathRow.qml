@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 import UninstallTavio
+import UninstallTavio.App
 
 // One line of a card: a symbol, a title, the paths it stands for (selectable,
 // so they can be copied), an optional reason and an optional status at the

@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 import UninstallTavio
+import UninstallTavio.App
 
 // The first screen when something was found: whose data goes, what was found
 // for each category, what stays, and the way on. "Uninstall…" only asks for

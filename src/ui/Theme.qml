@@ -1,6 +1,7 @@
 pragma Singleton
 import QtQuick
 import UninstallTavio
+import UninstallTavio.App
 
 // Colours, type sizes and the few metrics that several screens share. Colours
 // come from the desktop's palette; green, orange and red have no palette role,

@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 import UninstallTavio
+import UninstallTavio.App
 
 // The screen of a run. While Tavio is asked to quit nothing has been touched,
 // so "Cancel" still works; once removal has begun it cannot be stopped, and
