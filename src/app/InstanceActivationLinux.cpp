@@ -24,7 +24,8 @@ class Activator : public QObject {
     explicit Activator(QWindow* window) : QObject(window), window_(window) {}
 
   public slots:
-    Q_SCRIPTABLE void Activate() {
+    // The method's name is the one the freedesktop interface gives it.
+    Q_SCRIPTABLE void Activate() {  // NOLINT(readability-identifier-naming)
         if (!window_) {
             return;
         }

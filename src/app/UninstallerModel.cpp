@@ -239,7 +239,7 @@ void UninstallerModel::launch(target::Inventory inventory) {
     const QPointer<UninstallerModel> guard(this);
     UninstallerModel* const receiver = this;
     task_ = std::jthread([engine = engine_, inventory = std::move(inventory), guard, receiver,
-                          serial](std::stop_token stop) {
+                          serial](const std::stop_token& stop) {
         const auto post = [&](auto call) {
             QMetaObject::invokeMethod(
                 receiver,

@@ -33,7 +33,8 @@ void pause(std::chrono::milliseconds interval, const std::stop_token& stop) {
 }  // namespace
 
 UninstallReport UninstallEngine::run(const target::Inventory& inventory,
-                                     const EventHandler& onEvent, std::stop_token stop) const {
+                                     const EventHandler& onEvent,
+                                     const std::stop_token& stop) const {
     switch (waitForQuit(onEvent, stop)) {
         case QuitResult::timedOut:
             return {UninstallOutcome::didNotQuit, {}};

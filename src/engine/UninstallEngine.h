@@ -35,7 +35,7 @@ struct UninstallEngine {
     // just before the first item; once an item has begun, the run goes on to
     // the end. The wait between polls ends early on a stop request.
     UninstallReport run(const target::Inventory& inventory, const EventHandler& onEvent,
-                        std::stop_token stop = {}) const;
+                        const std::stop_token& stop = {}) const;
 
 private:
     enum class QuitResult { notRunning, quit, timedOut, cancelled };

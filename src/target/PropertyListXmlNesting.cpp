@@ -152,7 +152,7 @@ void XmlNesting::skipMarkup(bool bracketsNest) {
             noteOpening(at_);
         }
         if (quote != 0) {
-            quote = c == quote ? 0 : quote;
+            quote = c == quote ? '\0' : quote;
         } else if (c == '"' || c == '\'') {
             quote = c;
         } else if (bracketsNest && c == '[') {

@@ -13,7 +13,7 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t kBlockSize = 1024 * 1024;
+constexpr std::size_t kBlockSize = std::size_t{1024} * 1024;
 
 struct ContextFree {
     void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
