@@ -1,3 +1,5 @@
+pragma ComponentBehavior: Bound
+
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
@@ -43,7 +45,7 @@ Dialog {
             root.dismiss()
     }
 
-    contentItem: ColumnLayout {
+    contentItem: ColumnLayout { // qmllint disable deferred-property-id
         spacing: 16
 
         RowLayout {
@@ -55,7 +57,7 @@ Dialog {
                 Layout.preferredHeight: 48
                 Layout.alignment: Qt.AlignTop
                 source: Symbols.appIcon
-                sourceSize: Qt.size(96, 96)
+                sourceSize: Qt.size(96, 96) // qmllint disable type
                 Accessible.ignored: true
             }
 
@@ -118,7 +120,7 @@ Dialog {
     }
 
     Shortcut {
-        sequences: [StandardKey.Cancel]
+        sequences: [StandardKey.Cancel] // qmllint disable unqualified
         enabled: root.confirming
         onActivated: alertCancelButton.clicked()
     }

@@ -1,3 +1,5 @@
+pragma ComponentBehavior: Bound
+
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
@@ -134,7 +136,7 @@ ColumnLayout {
     }
 
     Shortcut {
-        sequences: [StandardKey.Cancel]
+        sequences: [StandardKey.Cancel] // qmllint disable unqualified
         enabled: !root.completed
         onActivated: quitButton.clicked()
     }

@@ -1,3 +1,5 @@
+pragma ComponentBehavior: Bound
+
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
@@ -25,7 +27,7 @@ Item {
 
     Accessible.role: Accessible.ListItem
     Accessible.name: root.title
-    Accessible.description: [].concat(root.paths, [root.reason, root.trailing])
+    Accessible.description: [].concat(root.paths, [root.reason, root.trailing]) // qmllint disable type
                               .filter(text => text !== "").join(", ")
 
     RowLayout {
@@ -72,7 +74,7 @@ Item {
                     readOnly: true
                     selectByMouse: true
                     wrapMode: TextEdit.Wrap
-                    font.family: SystemFonts.fixed.family
+                    font.family: SystemFonts.fixed.family // qmllint disable type
                     font.pointSize: Theme.captionPointSize
                     color: Theme.secondary
                     selectionColor: Theme.palette.highlight

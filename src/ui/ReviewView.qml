@@ -1,3 +1,5 @@
+pragma ComponentBehavior: Bound
+
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
@@ -129,7 +131,7 @@ ColumnLayout {
 
     // While the confirmation alert is up, its own keys apply instead.
     Shortcut {
-        sequences: [StandardKey.Cancel]
+        sequences: [StandardKey.Cancel] // qmllint disable unqualified
         enabled: !root.model.isConfirming
         onActivated: cancelButton.clicked()
     }
