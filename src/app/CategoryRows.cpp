@@ -53,7 +53,8 @@ QString stateOf(const QVariantMap& item) {
 // A category's state while items are removed: running while any of its items
 // is, failed once none waits and one failed, done when every item is, and
 // pending otherwise.
-QString workingStatus(const QVariantList& items, const QVariantMap& rowStates,
+QString workingStatus(const QVariantList& items,
+                      const QVariantMap& rowStates,
                       const QString& category) {
     bool anyPending = false, anyRunning = false, anyFailed = false, any = false, allDone = true;
     for (const QVariantMap& item : itemsIn(items, category)) {

@@ -1,9 +1,9 @@
-#include "app/DesktopColorScheme.h"
-
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusVariant>
 #include <optional>
+
+#include "app/DesktopColorScheme.h"
 
 namespace app {
 namespace {

@@ -1,5 +1,3 @@
-#include "app/SystemDesktopActions.h"
-
 #include <QClipboard>
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -11,6 +9,7 @@
 #include <QUrl>
 #include <memory>
 
+#include "app/SystemDesktopActions.h"
 #include "app/SystemServices.h"
 
 namespace app {

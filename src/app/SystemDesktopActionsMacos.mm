@@ -1,10 +1,9 @@
 // Compiled as Objective-C++ with automatic reference counting.
-#include "app/SystemDesktopActions.h"
-
 #import <AppKit/AppKit.h>
 
 #include <memory>
 
+#include "app/SystemDesktopActions.h"
 #include "app/SystemServices.h"
 
 namespace app {

@@ -1,9 +1,9 @@
 #include <memory>
 
 #include "app/SystemServices.h"
-#include "platform/linux/FilePreferencesAccess.h"
 #include "platform/InstalledAppVerifier.h"
 #include "platform/WorkspaceProcessControl.h"
+#include "platform/linux/FilePreferencesAccess.h"
 
 namespace app {
 

@@ -1,9 +1,9 @@
 #include <memory>
 
 #include "app/SystemServices.h"
-#include "platform/macos/CFPreferencesAccess.h"
 #include "platform/InstalledAppVerifier.h"
 #include "platform/WorkspaceProcessControl.h"
+#include "platform/macos/CFPreferencesAccess.h"
 
 namespace app {
 

@@ -21,8 +21,8 @@
 // because on Linux the descriptor is released whatever close() answers, so a
 // retry could close someone else's.
 //
-// Each keeps the -1/errno answer of the call it wraps; Every descriptor they make is close-on-exec, and the
-// folder and file opens below never follow a link in the final component.
+// Each keeps the -1/errno answer of the call it wraps; Every descriptor they make is close-on-exec,
+// and the folder and file opens below never follow a link in the final component.
 namespace sys {
 
 template <typename Call>
@@ -80,7 +80,9 @@ inline int duplicate(int fd) {
 
 // What `name` relative to `dirFD` is; a link in its place is described
 // itself, not followed, unless `flags` is 0.
-inline int statAt(int dirFD, const char* name, struct stat& status,
+inline int statAt(int dirFD,
+                  const char* name,
+                  struct stat& status,
                   int flags = AT_SYMLINK_NOFOLLOW) {
     return ::fstatat(dirFD, name, &status, flags);
 }
@@ -99,7 +101,8 @@ inline ssize_t read(int fd, void* buffer, size_t size) {
 // the file or as soon as `bytes` holds more than `limit` bytes (so that a file
 // over a limit is recognised without reading all of it). False, with errno
 // set, on a read error; what was read until then stays in `bytes`.
-inline bool readAll(int fd, std::string& bytes,
+inline bool readAll(int fd,
+                    std::string& bytes,
                     std::size_t limit = std::numeric_limits<std::size_t>::max()) {
     char buffer[64 * 1024];
     while (bytes.size() <= limit) {

@@ -10,7 +10,7 @@ namespace base {
 // so that ownership of a descriptor is always visible in the code: whoever
 // holds the UniqueFd closes it, and release() is the one explicit hand-over.
 class UniqueFd {
-public:
+  public:
     UniqueFd() = default;
     explicit UniqueFd(int fd) : fd_(fd) {}
     UniqueFd(const UniqueFd&) = delete;
@@ -41,7 +41,7 @@ public:
         fd_ = fd;
     }
 
-private:
+  private:
     int fd_ = -1;
 };
 

@@ -18,9 +18,10 @@ namespace platform {
 //   a requirement that is the identifier clause alone, with nested code
 //   validated under strict validation.
 class InstalledAppVerifier final : public target::AppVerifying {
-public:
+  public:
     std::optional<target::AppVerificationProblem> verify(
-        const std::string& bundlePath, const std::string& expectedIdentifier) const override;
+        const std::string& bundlePath,
+        const std::string& expectedIdentifier) const override;
 };
 
 }  // namespace platform

@@ -1,10 +1,9 @@
-#include "platform/InstalledAppVerifier.h"
-
 #include <CoreFoundation/CoreFoundation.h>
 #include <Security/Security.h>
 
 #include <variant>
 
+#include "platform/InstalledAppVerifier.h"
 #include "target/AppBundleLayout.h"
 
 namespace platform {
@@ -17,7 +16,7 @@ constexpr SecCSFlags kValidityFlags = 24;
 // Releases a Core Foundation object on every path out of a scope.
 template <typename Ref>
 class Owned {
-public:
+  public:
     Owned() = default;
     explicit Owned(Ref ref) : ref_(ref) {}
     Owned(const Owned&) = delete;
@@ -31,7 +30,7 @@ public:
     Ref get() const { return ref_; }
     Ref* receive() { return &ref_; }  // for a "create" call's out-parameter
 
-private:
+  private:
     Ref ref_ = nullptr;
 };
 
@@ -62,9 +61,9 @@ bool signatureIsValid(const std::string& bundlePath, const std::string& identifi
         return false;
     }
     const std::string text = requirementText(identifier);
-    const Owned<CFStringRef> requirementString(CFStringCreateWithBytes(
-        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
-        static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false));
+    const Owned<CFStringRef> requirementString(
+        CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
+                                static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false));
     if (requirementString.get() == nullptr) {
         return false;
     }
@@ -81,7 +80,8 @@ bool signatureIsValid(const std::string& bundlePath, const std::string& identifi
 }  // namespace
 
 std::optional<target::AppVerificationProblem> InstalledAppVerifier::verify(
-    const std::string& bundlePath, const std::string& expectedIdentifier) const {
+    const std::string& bundlePath,
+    const std::string& expectedIdentifier) const {
     auto layout = target::AppBundleLayout::open(bundlePath, expectedIdentifier);
     if (auto* problem = std::get_if<target::AppVerificationProblem>(&layout)) {
         return *problem;

@@ -1,5 +1,3 @@
-#include "platform/WorkspaceProcessControl.h"
-
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/syscall.h>
@@ -8,9 +6,10 @@
 #include <cerrno>
 #include <map>
 
-#include "platform/linux/ProcessTable.h"
 #include "base/SystemCalls.h"
 #include "base/UniqueFd.h"
+#include "platform/WorkspaceProcessControl.h"
+#include "platform/linux/ProcessTable.h"
 #include "target/PropertyList.h"
 
 namespace platform {
@@ -70,8 +69,7 @@ Declares declaresIdentifier(const std::string& bundle, const std::string& identi
     if (!bundleFD) {
         return declarationOf(errno);
     }
-    UniqueFd contentsFD(
-        sys::openFolderAt(bundleFD.get(), "Contents"));
+    UniqueFd contentsFD(sys::openFolderAt(bundleFD.get(), "Contents"));
     if (!contentsFD) {
         return declarationOf(errno);
     }

@@ -1,7 +1,7 @@
 // Compiled as Objective-C++ with automatic reference counting.
-#include "platform/WorkspaceProcessControl.h"
-
 #import <AppKit/AppKit.h>
+
+#include "platform/WorkspaceProcessControl.h"
 
 namespace platform {
 namespace {

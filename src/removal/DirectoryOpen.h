@@ -4,8 +4,8 @@
 
 #include <variant>
 
-#include "removal/RemovalReason.h"
 #include "base/UniqueFd.h"
+#include "removal/RemovalReason.h"
 
 namespace removal {
 

@@ -3,9 +3,9 @@
 #include <cerrno>
 #include <string_view>
 
-#include "removal/RemovalOutcome.h"
 #include "base/Text.h"
 #include "base/Trap.h"
+#include "removal/RemovalOutcome.h"
 
 namespace removal {
 namespace {

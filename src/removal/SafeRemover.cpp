@@ -6,9 +6,9 @@
 
 #include <cerrno>
 
-#include "removal/DirectoryOpen.h"
 #include "base/SystemCalls.h"
 #include "base/Trap.h"
+#include "removal/DirectoryOpen.h"
 #include "removal/TreeRemoval.h"
 
 namespace removal {
@@ -58,8 +58,9 @@ std::string SafeRemover::displayPath(const Components& components, std::size_t c
 // may be entered on the way to an item: a link in its place is refused, and
 // so is anything that is not a folder, and a folder of another user when the
 // anchor must be owned. The open itself refuses a link swapped in since.
-std::variant<base::UniqueFd, RemovalReason> SafeRemover::enterFolder(
-    int parentFD, const char* name, const struct stat& st) const {
+std::variant<base::UniqueFd, RemovalReason> SafeRemover::enterFolder(int parentFD,
+                                                                     const char* name,
+                                                                     const struct stat& st) const {
     if (S_ISLNK(st.st_mode)) {
         return RemovalReason::symbolicLinkInPath();
     }
@@ -75,7 +76,8 @@ std::variant<base::UniqueFd, RemovalReason> SafeRemover::enterFolder(
 // Opens the anchor itself. Links above the anchor are followed (the lstat and
 // open take the whole path), but the anchor must be a folder that may be
 // entered (enterFolder).
-std::variant<base::UniqueFd, RemovalFailure> SafeRemover::openAnchor(struct stat& anchorStat) const {
+std::variant<base::UniqueFd, RemovalFailure> SafeRemover::openAnchor(
+    struct stat& anchorStat) const {
     const std::string anchorPath = displayPath({}, 0);
     if (::lstat(anchorPath.c_str(), &anchorStat) != 0) {
         const int error = errno;

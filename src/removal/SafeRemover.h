@@ -9,11 +9,11 @@
 #include <variant>
 #include <vector>
 
+#include "base/UniqueFd.h"
 #include "removal/FileIdentity.h"
 #include "removal/Presence.h"
 #include "removal/RemovalFailure.h"
 #include "removal/RemovalOutcome.h"
-#include "base/UniqueFd.h"
 #include "removal/Volume.h"
 
 namespace removal {
@@ -85,7 +85,8 @@ struct SafeRemover {
 
     std::variant<Walked, RemovalFailure> walk(const Components& components) const;
     std::variant<base::UniqueFd, RemovalFailure> openAnchor(struct stat& anchorStat) const;
-    std::variant<base::UniqueFd, RemovalReason> enterFolder(int parentFD, const char* name,
+    std::variant<base::UniqueFd, RemovalReason> enterFolder(int parentFD,
+                                                            const char* name,
                                                             const struct stat& st) const;
 };
 

@@ -8,13 +8,12 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "removal/DirectoryOpen.h"
 #include "base/SystemCalls.h"
 #include "base/UniqueFd.h"
+#include "removal/DirectoryOpen.h"
 
 namespace removal {
 namespace {
-
 
 // At most this many folder descriptors of one tree are held open at a time.
 // Deeper trees close the descriptors of their outermost folders and reach them

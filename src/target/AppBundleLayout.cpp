@@ -11,7 +11,6 @@
 namespace target {
 namespace {
 
-
 // The folder `name` inside `parentFD`, when it is a real folder (an lstat
 // first, then an open that refuses links and must find the same folder).
 base::UniqueFd openRealFolder(int parentFD, const char* name) {
@@ -30,8 +29,7 @@ base::UniqueFd openRealFolder(int parentFD, const char* name) {
 
 bool isRegularFile(int folderFD, const std::string& name) {
     struct stat status {};
-    return sys::statAt(folderFD, name.c_str(), status) == 0 &&
-           S_ISREG(status.st_mode);
+    return sys::statAt(folderFD, name.c_str(), status) == 0 && S_ISREG(status.st_mode);
 }
 
 bool isUsableName(const std::string& name) {

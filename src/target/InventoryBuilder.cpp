@@ -1,7 +1,7 @@
 #include "target/InventoryBuilder.h"
 
-#include "removal/SafeRemover.h"
 #include "base/Text.h"
+#include "removal/SafeRemover.h"
 #include "target/Paths.h"
 
 namespace target {
@@ -43,8 +43,12 @@ InventoryItem InventoryBuilder::preferencesItem() const {
     const bool prefsFile =
         libraryRemover.presence({"Preferences", id + ".plist"}) == Presence::present();
     const bool prefsPresent = prefsFile || preferences->hasValues(id);
-    return {"prefs:" + id, ItemCategory::settings, ItemTarget::preferences(id), id,
-            id + " preferences", prefsPresent ? ItemState::present() : ItemState::absent()};
+    return {"prefs:" + id,
+            ItemCategory::settings,
+            ItemTarget::preferences(id),
+            id,
+            id + " preferences",
+            prefsPresent ? ItemState::present() : ItemState::absent()};
 }
 
 // The folders and files in the user's Library.
@@ -60,8 +64,9 @@ std::vector<InventoryItem> InventoryBuilder::treeItems() const {
             path = appendingPathComponent(path, component);
         }
         const ItemState state = stateOf(libraryRemover.presence(components));
-        items.push_back({"tree:" + path, category, ItemTarget::tree(library, std::move(components), true),
-                         path, displayPath(path, home), state});
+        items.push_back({"tree:" + path, category,
+                         ItemTarget::tree(library, std::move(components), true), path,
+                         displayPath(path, home), state});
     };
     // Inner folders come before the folders that hold them, so each is
     // removed and reported on its own first.
@@ -101,9 +106,12 @@ std::vector<InventoryItem> InventoryBuilder::appItems() const {
 std::optional<InventoryItem> InventoryBuilder::appItem(const std::string& directory) const {
     const std::string path = appendingPathComponent(directory, appName);
     const auto item = [&](ItemState state, std::optional<removal::FileIdentity> identity) {
-        return InventoryItem{"app:" + path, ItemCategory::app,
-                             ItemTarget::appBundle(directory, appName, identity), path,
-                             displayPath(path, context.homeDirectory), std::move(state)};
+        return InventoryItem{"app:" + path,
+                             ItemCategory::app,
+                             ItemTarget::appBundle(directory, appName, identity),
+                             path,
+                             displayPath(path, context.homeDirectory),
+                             std::move(state)};
     };
     // Application folders such as /Applications need not be the user's.
     const removal::SafeRemover remover{directory, context.userID, false};

@@ -30,7 +30,7 @@ struct InventoryBuilder {
 
     Inventory build() const;
 
-private:
+  private:
     InventoryItem preferencesItem() const;
     std::vector<InventoryItem> treeItems() const;
     std::vector<InventoryItem> appItems() const;

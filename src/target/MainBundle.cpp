@@ -50,8 +50,7 @@ MainBundle MainBundle::load(const std::string& path) {
     if (!path.starts_with('/') || name.empty() || name == "." || name == "..") {
         return MainBundle(std::nullopt);
     }
-    const base::UniqueFd folderFD(
-        sys::open(folderPath.c_str(), sys::kFolderFlags & ~O_NOFOLLOW));
+    const base::UniqueFd folderFD(sys::open(folderPath.c_str(), sys::kFolderFlags & ~O_NOFOLLOW));
     if (!folderFD) {
         return MainBundle(std::nullopt);
     }

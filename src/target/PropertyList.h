@@ -21,7 +21,7 @@ namespace target {
 // millions of nodes or are larger than kMaximumSize give "no value", never a
 // crash or a hang (see PropertyListShape.h for the limits and why).
 class PropertyList {
-public:
+  public:
     enum class Format { xml, binary };
 
     // Larger files are never property lists this program cares about.
@@ -94,7 +94,7 @@ public:
     static void forEachEntry(plist_t dictionary,
                              const std::function<void(const char* key, plist_t value)>& visit);
 
-private:
+  private:
     PropertyList(plist_t root, Format format) : root_(root), format_(format) {}
 
     plist_t root_ = nullptr;

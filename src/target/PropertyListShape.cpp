@@ -23,12 +23,12 @@ std::uint64_t bigEndian(std::string_view bytes, std::size_t at, std::size_t size
 }
 
 class BinaryShape {
-public:
+  public:
     explicit BinaryShape(std::string_view bytes) : bytes_(bytes) {}
 
     bool acceptable();
 
-private:
+  private:
     // Where the references of a container start, and how many there are.
     struct Container {
         std::uint64_t referencesAt = 0;
@@ -198,7 +198,7 @@ BinaryShape::Object BinaryShape::examineSized(unsigned marker, std::size_t at) c
             return fits(end, *length) ? Object::scalar : Object::invalid;
         case 0x5:  // ASCII string
             return fits(end, *length) && isCleanAscii(end, *length) ? Object::scalar
-                                                                     : Object::invalid;
+                                                                    : Object::invalid;
         default:  // UTF-16 string, length in code units
             return *length <= objectsEnd_ && fits(end, *length * 2) && isCleanUtf16(end, *length)
                        ? Object::scalar
@@ -208,7 +208,8 @@ BinaryShape::Object BinaryShape::examineSized(unsigned marker, std::size_t at) c
 
 // An array, a set or a dictionary (keys, then values): a count, then that many
 // references, which `container` is told where to find.
-BinaryShape::Object BinaryShape::examineContainer(unsigned marker, std::size_t at,
+BinaryShape::Object BinaryShape::examineContainer(unsigned marker,
+                                                  std::size_t at,
                                                   Container& container) const {
     std::size_t end = 0;
     const std::optional<std::uint64_t> length = sizedLength(at, end);

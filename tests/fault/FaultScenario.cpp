@@ -15,9 +15,9 @@
 #include "DescriptorCheck.h"
 #include "Footprint.h"
 #include "SpawnedProcess.h"
-#include "platform/linux/FilePreferencesAccess.h"
 #include "platform/InstalledAppVerifier.h"
 #include "platform/WorkspaceProcessControl.h"
+#include "platform/linux/FilePreferencesAccess.h"
 #include "target/InventoryBuilder.h"
 
 namespace faulttest {

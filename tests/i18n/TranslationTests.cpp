@@ -20,8 +20,8 @@
 #include "app/ApplicationShell.h"
 #include "app/Translations.h"
 #include "app/UninstallerModel.h"
-#include "removal/RemovalReason.h"
 #include "base/Text.h"
+#include "removal/RemovalReason.h"
 #include "target/AppVerificationProblem.h"
 
 Q_IMPORT_QML_PLUGIN(UninstallTavioPlugin)

@@ -3,17 +3,17 @@
 #include <cerrno>
 
 #include "RemovalPrinting.h"
-#include "removal/RemovalOutcome.h"
 #include "base/Text.h"
+#include "removal/RemovalOutcome.h"
 
+using removal::reasonForErrno;
 using removal::RemovalFailure;
 using removal::RemovalReason;
-using removal::reasonForErrno;
 
 namespace {
 
 class TextLookupReset : public ::testing::Test {
-protected:
+  protected:
     void TearDown() override { base::setTextLookup(nullptr); }
 };
 

@@ -1,8 +1,7 @@
-#include "target/AppVerificationProblem.h"
-
 #include <gtest/gtest.h>
 
 #include "base/Text.h"
+#include "target/AppVerificationProblem.h"
 
 namespace {
 

@@ -23,7 +23,7 @@ const std::string kInfo =
     testplist::xml("<dict><key>CFBundleIdentifier</key><string>io.tavio.Tavio</string></dict>");
 
 class PropertyListFileTest : public ::testing::Test {
-protected:
+  protected:
     base::UniqueFd openFolder() const {
         return base::UniqueFd(::open(temp_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     }

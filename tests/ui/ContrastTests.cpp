@@ -13,11 +13,11 @@
 #include <algorithm>
 #include <memory>
 
-#include "app/ColorContrast.h"
-#include "app/ColorScheme.h"
 #include "RenderedScreen.h"
 #include "ScenarioWindow.h"
 #include "Scenarios.h"
+#include "app/ColorContrast.h"
+#include "app/ColorScheme.h"
 
 Q_IMPORT_QML_PLUGIN(UninstallTavioPlugin)
 Q_IMPORT_QML_PLUGIN(UninstallTavioAppPlugin)

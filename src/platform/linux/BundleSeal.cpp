@@ -6,10 +6,10 @@
 #include <map>
 #include <utility>
 
-#include "platform/linux/BundleWalk.h"
-#include "platform/linux/FileDigest.h"
 #include "base/SystemCalls.h"
 #include "base/UniqueFd.h"
+#include "platform/linux/BundleWalk.h"
+#include "platform/linux/FileDigest.h"
 
 namespace platform {
 namespace {

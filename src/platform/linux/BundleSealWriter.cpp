@@ -8,12 +8,12 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/SystemCalls.h"
+#include "base/UniqueFd.h"
 #include "platform/linux/BundleSeal.h"
 #include "platform/linux/BundleWalk.h"
 #include "platform/linux/FileDigest.h"
 #include "platform/linux/WriteAll.h"
-#include "base/SystemCalls.h"
-#include "base/UniqueFd.h"
 
 namespace platform {
 namespace {
@@ -103,7 +103,8 @@ std::variant<base::UniqueFd, SealError> openSealFolder(int contentsFD, const std
 }
 
 // The seal of `contentsFD`'s files as a property list in `format`.
-std::variant<std::string, SealError> sealBytes(int contentsFD, const std::string& bundlePath,
+std::variant<std::string, SealError> sealBytes(int contentsFD,
+                                               const std::string& bundlePath,
                                                const std::string& identifier,
                                                target::PropertyList::Format format) {
     const auto files = listContents(contentsFD);

@@ -93,7 +93,8 @@ bool walkFolder(int folderFD,
         if (sys::statAt(folderFD, name.c_str(), status) != 0) {
             return false;
         }
-        const std::string path = prefix.empty() ? name : std::string(prefix).append("/").append(name);
+        const std::string path =
+            prefix.empty() ? name : std::string(prefix).append("/").append(name);
         bool ok = false;
         if (S_ISDIR(status.st_mode)) {
             entries[path] = BundleEntry{BundleEntry::Type::folder, {}};

@@ -11,10 +11,10 @@
 #include <utility>
 #include <variant>
 
-#include "platform/linux/WriteAll.h"
 #include "base/SystemCalls.h"
 #include "base/Trap.h"
 #include "base/UniqueFd.h"
+#include "platform/linux/WriteAll.h"
 #include "target/PropertyList.h"
 
 namespace platform {
@@ -22,7 +22,6 @@ namespace {
 
 using base::UniqueFd;
 using target::PropertyList;
-
 
 bool isPlainName(const std::string& name) {
     return !name.empty() && name != "." && name != ".." &&

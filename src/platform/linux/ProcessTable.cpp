@@ -20,7 +20,6 @@ namespace {
 
 using base::UniqueFd;
 
-
 std::optional<pid_t> parsePid(std::string_view name) {
     pid_t pid = 0;
     const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), pid);

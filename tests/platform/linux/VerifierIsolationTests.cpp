@@ -27,7 +27,7 @@ constexpr std::uint32_t kChanges = IN_CLOSE_WRITE | IN_MODIFY | IN_ATTRIB | IN_C
 
 // Collects inotify events for a set of watched paths.
 class Watcher {
-public:
+  public:
     Watcher() : fd_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
         if (!fd_) {
             throw std::runtime_error("inotify_init1 failed");
@@ -74,7 +74,7 @@ public:
         return out;
     }
 
-private:
+  private:
     base::UniqueFd fd_;
     std::map<int, std::string> paths_;
 };
