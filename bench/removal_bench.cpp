@@ -126,8 +126,9 @@ void millionEntries(const std::string& parent) {
     const long before = peakKiB();
     const double seconds = removeWithSafeRemover(parent, "million");
     const long after = peakKiB();
-    std::printf("1,000,000 entries removed in %.2f s; peak memory grew by %.1f MB (target < 100 MB)\n",
-                seconds, static_cast<double>(after - before) / 1024.0);
+    std::printf(
+        "1,000,000 entries removed in %.2f s; peak memory grew by %.1f MB (target < 100 MB)\n",
+        seconds, static_cast<double>(after - before) / 1024.0);
 }
 
 }  // namespace
@@ -145,7 +146,8 @@ int main(int argc, char** argv) {
         if (arg == "--remove" && i + 1 < argc) {
             std::string path = argv[i + 1];
             const std::size_t slash = path.rfind('/');
-            std::printf("%.3f s\n", removeWithSafeRemover(path.substr(0, slash), path.substr(slash + 1)));
+            std::printf("%.3f s\n",
+                        removeWithSafeRemover(path.substr(0, slash), path.substr(slash + 1)));
             return 0;
         }
         if (arg == "--dir" && i + 1 < argc) {

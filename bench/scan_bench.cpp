@@ -13,8 +13,8 @@
 
 #include "BenchSupport.h"
 #include "Footprint.h"
+#include "platform/InstalledAppVerifier.h"
 #include "platform/linux/FilePreferencesAccess.h"
-#include "platform/linux/InstalledAppVerifier.h"
 #include "target/InventoryBuilder.h"
 
 int main(int argc, char** argv) {
@@ -38,7 +38,8 @@ int main(int argc, char** argv) {
     if (const auto* error = std::get_if<std::string>(&planted)) {
         bench::fail(*error);
     }
-    auto context = target::UninstallContext::make(::getuid(), {options.home, "bench"}, options.identifier);
+    auto context =
+        target::UninstallContext::make(::getuid(), {options.home, "bench"}, options.identifier);
     context.applicationDirectories = {options.applications, options.home + "/Applications"};
     const target::InventoryBuilder builder{
         context, std::make_shared<platform::InstalledAppVerifier>(),
@@ -56,9 +57,10 @@ int main(int argc, char** argv) {
         times.push_back(bench::secondsSince(start) * 1e6);
         present = inventory.removableItems().size();
     }
-    std::printf("full scan of a planted footprint without an app copy (%zu items present): "
-                "median %.0f us, fastest %.0f us over %d runs\n",
-                present, bench::median(times), *std::min_element(times.begin(), times.end()), runs);
+    std::printf(
+        "full scan of a planted footprint without an app copy (%zu items present): "
+        "median %.0f us, fastest %.0f us over %d runs\n",
+        present, bench::median(times), *std::min_element(times.begin(), times.end()), runs);
     (void)std::system(("rm -rf -- '" + work + "'").c_str());
     return 0;
 }

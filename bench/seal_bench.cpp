@@ -20,8 +20,8 @@
 #include <vector>
 
 #include "BenchSupport.h"
+#include "platform/InstalledAppVerifier.h"
 #include "platform/linux/BundleSeal.h"
-#include "platform/linux/InstalledAppVerifier.h"
 
 extern char** environ;
 
@@ -169,8 +169,8 @@ int main(int argc, char** argv) {
             theirs.push_back(opensslOnce(paths));
             ours.push_back(verifyOnce(bundle));
         }
-        std::printf("run %d: app check %.3f s, openssl dgst -sha256 %.3f s\n", run + 1,
-                    ours.back(), theirs.back());
+        std::printf("run %d: app check %.3f s, openssl dgst -sha256 %.3f s\n", run + 1, ours.back(),
+                    theirs.back());
     }
     std::printf("median app check %.3f s, openssl dgst -sha256 %.3f s\n", median(ours),
                 median(theirs));

@@ -23,9 +23,9 @@
 #include "BenchSupport.h"
 #include "Footprint.h"
 #include "engine/UninstallEngine.h"
+#include "platform/InstalledAppVerifier.h"
+#include "platform/WorkspaceProcessControl.h"
 #include "platform/linux/FilePreferencesAccess.h"
-#include "platform/linux/InstalledAppVerifier.h"
-#include "platform/linux/WorkspaceProcessControl.h"
 #include "target/InventoryBuilder.h"
 
 extern char** environ;

@@ -8,6 +8,8 @@ packages=(
   cmake ninja-build g++ pkg-config git
   googletest libgtest-dev libgmock-dev
   libplist-dev libssl-dev openssl
+  # the house style's checks (Debian 12's are version 14)
+  clang-tidy clang-format
   # the window
   qt6-base-dev qt6-declarative-dev qt6-svg-dev qt6-tools-dev qt6-l10n-tools
   qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts

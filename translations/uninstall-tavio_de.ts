@@ -53,6 +53,25 @@
     </message>
 </context>
 <context>
+    <name>ConfirmationAlert</name>
+    <message>
+        <source>Permanently remove Tavio and its data?</source>
+        <translation>Tavio und seine Daten endgültig entfernen?</translation>
+    </message>
+    <message>
+        <source>This can’t be undone. The app, your settings, playback history and positions, recent torrent copies and cache are deleted. If Tavio is open, it is asked to quit first.</source>
+        <translation>Dies kann nicht rückgängig gemacht werden. Die App, Ihre Einstellungen, Wiedergabeverlauf und -positionen, die Kopien zuletzt geöffneter Torrents und der Cache werden gelöscht. Ist Tavio geöffnet, wird es zuerst gebeten, sich zu beenden.</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Abbrechen</translation>
+    </message>
+    <message>
+        <source>Uninstall</source>
+        <translation>Deinstallieren</translation>
+    </message>
+</context>
+<context>
     <name>Core</name>
     <message>
         <source>System error %d</source>
@@ -223,25 +242,6 @@
     <message>
         <source>Uninstall Tavio</source>
         <translation>Tavio deinstallieren</translation>
-    </message>
-</context>
-<context>
-    <name>UninstallerView</name>
-    <message>
-        <source>Permanently remove Tavio and its data?</source>
-        <translation>Tavio und seine Daten endgültig entfernen?</translation>
-    </message>
-    <message>
-        <source>This can’t be undone. The app, your settings, playback history and positions, recent torrent copies and cache are deleted. If Tavio is open, it is asked to quit first.</source>
-        <translation>Dies kann nicht rückgängig gemacht werden. Die App, Ihre Einstellungen, Wiedergabeverlauf und -positionen, die Kopien zuletzt geöffneter Torrents und der Cache werden gelöscht. Ist Tavio geöffnet, wird es zuerst gebeten, sich zu beenden.</translation>
-    </message>
-    <message>
-        <source>Cancel</source>
-        <translation>Abbrechen</translation>
-    </message>
-    <message>
-        <source>Uninstall</source>
-        <translation>Deinstallieren</translation>
     </message>
 </context>
 <context>

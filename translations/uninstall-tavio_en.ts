@@ -53,6 +53,25 @@
     </message>
 </context>
 <context>
+    <name>ConfirmationAlert</name>
+    <message>
+        <source>Permanently remove Tavio and its data?</source>
+        <translation>Permanently remove Tavio and its data?</translation>
+    </message>
+    <message>
+        <source>This can’t be undone. The app, your settings, playback history and positions, recent torrent copies and cache are deleted. If Tavio is open, it is asked to quit first.</source>
+        <translation>This can’t be undone. The app, your settings, playback history and positions, recent torrent copies and cache are deleted. If Tavio is open, it is asked to quit first.</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Cancel</translation>
+    </message>
+    <message>
+        <source>Uninstall</source>
+        <translation>Uninstall</translation>
+    </message>
+</context>
+<context>
     <name>Core</name>
     <message>
         <source>System error %d</source>
@@ -223,25 +242,6 @@
     <message>
         <source>Uninstall Tavio</source>
         <translation>Uninstall Tavio</translation>
-    </message>
-</context>
-<context>
-    <name>UninstallerView</name>
-    <message>
-        <source>Permanently remove Tavio and its data?</source>
-        <translation>Permanently remove Tavio and its data?</translation>
-    </message>
-    <message>
-        <source>This can’t be undone. The app, your settings, playback history and positions, recent torrent copies and cache are deleted. If Tavio is open, it is asked to quit first.</source>
-        <translation>This can’t be undone. The app, your settings, playback history and positions, recent torrent copies and cache are deleted. If Tavio is open, it is asked to quit first.</translation>
-    </message>
-    <message>
-        <source>Cancel</source>
-        <translation>Cancel</translation>
-    </message>
-    <message>
-        <source>Uninstall</source>
-        <translation>Uninstall</translation>
     </message>
 </context>
 <context>

@@ -122,6 +122,16 @@ QQuickWindow* loadWindow(QQmlApplicationEngine& qml, UninstallerModel& model) {
     return window;
 }
 
+// What the window needs before it is made: its style, its scene graph, its
+// accessible controls and the desktop's colour scheme.
+void prepareWindow() {
+    QQuickStyle::setStyle(QStringLiteral("Fusion"));
+    chooseSceneGraph();
+    markStartup("translations");
+    installAccessibleControls();
+    followDesktopColorScheme();
+}
+
 // Everything that lives while the window is up, torn down in reverse order
 // (the window before the guard, the guard before the model) when it returns.
 int runWindow(QGuiApplication& application) {
@@ -130,11 +140,7 @@ int runWindow(QGuiApplication& application) {
     QTranslator translator;
     (void)installTranslations(translator);
     installCoreTextLookup();
-    QQuickStyle::setStyle(QStringLiteral("Fusion"));
-    chooseSceneGraph();
-    markStartup("translations");
-    installAccessibleControls();
-    followDesktopColorScheme();
+    prepareWindow();
 
     // A second start ends here, before it has looked at a single file.
     SingleInstance instance(SingleInstance::defaultFolder());

@@ -7,9 +7,9 @@ namespace app {
 
 // The three desktop services behind the finished screen's "Copy Paths" and
 // "Reveal" buttons, kept behind an interface so that the model can be tested
-// without a clipboard, a file manager or the files themselves. One
-// implementation per platform (platform/linux, platform/macos). All calls are
-// made on the GUI thread and return at once.
+// without a clipboard, a file manager or the files themselves. The system's
+// own are SystemDesktopActions. All calls are made on the GUI thread and
+// return at once.
 class DesktopActions {
   public:
     virtual ~DesktopActions() = default;

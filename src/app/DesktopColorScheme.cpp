@@ -3,7 +3,7 @@
 #include <QGuiApplication>
 #include <QPalette>
 
-#include "ui/ColorScheme.h"
+#include "app/ColorScheme.h"
 
 namespace app {
 

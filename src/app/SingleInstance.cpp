@@ -38,7 +38,7 @@ bool SingleInstance::acquire() {
 }
 
 QString SingleInstance::defaultFolder() {
-    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
     const QFileInfo info(runtime);
     if (!runtime.isEmpty() && info.isDir() && info.isWritable()) {
         return runtime;

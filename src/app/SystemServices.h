@@ -8,7 +8,8 @@
 #include "target/UninstallContext.h"
 
 // What the program is wired with on the system it runs on. One
-// implementation per platform (platform/linux, platform/macos).
+// implementation per system beside this header (SystemEngineLinux.cpp,
+// SystemEngineMacos.cpp; SystemDesktopActions*.cpp for the desktop services).
 namespace app {
 
 // How long the engine waits for Tavio to quit, and how often it looks.

@@ -22,7 +22,7 @@ QString temporaryCopyFolder(const QString& bundlePath, const QString& temporaryP
     if (bundlePath.isEmpty() || temporaryPath.isEmpty()) {
         return {};
     }
-    const QString folder = QFileInfo(QFileInfo(bundlePath).absolutePath()).canonicalFilePath();
+    QString folder = QFileInfo(QFileInfo(bundlePath).absolutePath()).canonicalFilePath();
     const QString temporary = QFileInfo(temporaryPath).canonicalFilePath();
     if (folder.isEmpty() || temporary.isEmpty()) {
         return {};

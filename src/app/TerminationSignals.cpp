@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <csignal>
 
-#include "removal/Trap.h"
+#include "base/Trap.h"
 
 namespace app {
 namespace {
@@ -51,7 +51,7 @@ void onSignal(int number) {
 
 TerminationSignals::TerminationSignals(QObject* parent) : QObject(parent) {
     if (writeFd.load() >= 0) {
-        removal::trap("only one TerminationSignals may exist at a time");
+        base::trap("only one TerminationSignals may exist at a time");
     }
     int fds[2];
     if (!makeSignalPipe(fds)) {

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "removal/Text.h"
+#include "base/Text.h"
 
 namespace app {
 namespace {
@@ -49,7 +49,7 @@ bool installTranslations(QTranslator& translator, const QLocale& locale) {
 }
 
 void installCoreTextLookup() {
-    removal::setTextLookup([](std::string_view english) {
+    base::setTextLookup([](std::string_view english) {
         const std::string key(english);
         return QCoreApplication::translate(kCoreContext, key.c_str()).toStdString();
     });

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "app/ModelValues.h"
-#include "removal/Trap.h"
+#include "base/Trap.h"
 #include "target/InventoryBuilder.h"
 
 namespace app {
@@ -141,7 +141,7 @@ void UninstallerModel::startUninstall() {
     std::map<std::string, RowState> rows;
     for (const target::InventoryItem& item : fresh.items) {
         if (!rows.emplace(item.id, RowState::pending).second) {
-            removal::trap("inventory item ids must be unique");
+            base::trap("inventory item ids must be unique");
         }
     }
     publishRowStates(std::move(rows));
@@ -239,7 +239,7 @@ void UninstallerModel::launch(target::Inventory inventory) {
     const QPointer<UninstallerModel> guard(this);
     UninstallerModel* const receiver = this;
     task_ = std::jthread([engine = engine_, inventory = std::move(inventory), guard, receiver,
-                          serial](std::stop_token stop) {
+                          serial](const std::stop_token& stop) {
         const auto post = [&](auto call) {
             QMetaObject::invokeMethod(
                 receiver,

@@ -11,7 +11,7 @@ namespace engine {
 // What happened to one inventory item. `skipped` and `failed` are not done;
 // `removed`, `alreadyAbsent` and `linkRemoved` are done, everywhere.
 class ItemOutcome {
-public:
+  public:
     enum class Kind {
         skipped,  // not touched: the inventory had marked it skipped
         failed,   // could not be (wholly) removed, or was found again afterwards
@@ -43,8 +43,9 @@ public:
 
     bool operator==(const ItemOutcome&) const = default;
 
-private:
-    explicit ItemOutcome(Kind kind, std::string reason = {},
+  private:
+    explicit ItemOutcome(Kind kind,
+                         std::string reason = {},
                          std::vector<removal::RemovalFailure> failures = {})
         : kind_(kind), reason_(std::move(reason)), failures_(std::move(failures)) {}
 

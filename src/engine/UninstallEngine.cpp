@@ -33,7 +33,8 @@ void pause(std::chrono::milliseconds interval, const std::stop_token& stop) {
 }  // namespace
 
 UninstallReport UninstallEngine::run(const target::Inventory& inventory,
-                                     const EventHandler& onEvent, std::stop_token stop) const {
+                                     const EventHandler& onEvent,
+                                     const std::stop_token& stop) const {
     switch (waitForQuit(onEvent, stop)) {
         case QuitResult::timedOut:
             return {UninstallOutcome::didNotQuit, {}};
@@ -51,10 +52,11 @@ UninstallReport UninstallEngine::run(const target::Inventory& inventory,
     std::vector<ItemResult> results;
     for (const InventoryItem& item : inventory.items) {
         onEvent(UninstallEvent::removing(item));
-        ItemOutcome outcome = processes->isRunning()
-                                  ? (isAbsentNow(item) ? ItemOutcome::alreadyAbsent()
-                                                       : failedAt(item, RemovalReason::applicationRunning()))
-                                  : remove(item);
+        ItemOutcome outcome =
+            processes->isRunning()
+                ? (isAbsentNow(item) ? ItemOutcome::alreadyAbsent()
+                                     : failedAt(item, RemovalReason::applicationRunning()))
+                : remove(item);
         results.push_back({item, outcome});
         onEvent(UninstallEvent::finished(item, std::move(outcome)));
     }
@@ -141,7 +143,8 @@ bool UninstallEngine::isAbsentNow(const InventoryItem& item) const {
         return remover.presence(tree->components) == Presence::absent();
     }
     if (const auto* prefs = std::get_if<ItemTarget::Preferences>(&item.target.value)) {
-        return item.state.kind() == ItemState::Kind::absent && !preferences->hasValues(prefs->domain);
+        return item.state.kind() == ItemState::Kind::absent &&
+               !preferences->hasValues(prefs->domain);
     }
     const auto& bundle = std::get<ItemTarget::AppBundle>(item.target.value);
     const removal::SafeRemover remover{bundle.anchor, context.userID, false};

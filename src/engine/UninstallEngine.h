@@ -34,10 +34,11 @@ struct UninstallEngine {
     // request is honoured only while waiting for Tavio to quit and at one gate
     // just before the first item; once an item has begun, the run goes on to
     // the end. The wait between polls ends early on a stop request.
-    UninstallReport run(const target::Inventory& inventory, const EventHandler& onEvent,
-                        std::stop_token stop = {}) const;
+    UninstallReport run(const target::Inventory& inventory,
+                        const EventHandler& onEvent,
+                        const std::stop_token& stop = {}) const;
 
-private:
+  private:
     enum class QuitResult { notRunning, quit, timedOut, cancelled };
 
     QuitResult waitForQuit(const EventHandler& onEvent, const std::stop_token& stop) const;

@@ -9,7 +9,7 @@ namespace engine {
 
 // Progress of a run, sent synchronously from the thread that runs it.
 class UninstallEvent {
-public:
+  public:
     enum class Kind {
         removing,        // the engine starts on item()
         finished,        // the engine is done with item(); see outcome()
@@ -33,8 +33,9 @@ public:
     // Set for finished.
     const std::optional<ItemOutcome>& outcome() const { return outcome_; }
 
-private:
-    UninstallEvent(Kind kind, std::optional<target::InventoryItem> item,
+  private:
+    UninstallEvent(Kind kind,
+                   std::optional<target::InventoryItem> item,
                    std::optional<ItemOutcome> outcome)
         : kind_(kind), item_(std::move(item)), outcome_(std::move(outcome)) {}
 

@@ -4,19 +4,19 @@
 
 #include <cerrno>
 
-#include "removal/SystemCalls.h"
+#include "base/SystemCalls.h"
 
 namespace removal {
 
-std::variant<UniqueFd, RemovalReason> openDirectory(int parentFD, const char* name) {
-    UniqueFd fd(sys::openat(parentFD, name, O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC));
+std::variant<base::UniqueFd, RemovalReason> openDirectory(int parentFD, const char* name) {
+    base::UniqueFd fd(sys::openFolderAt(parentFD, name));
     if (fd) {
         return fd;
     }
     const int error = errno;
     if (error == ENOTDIR) {
         struct stat st {};
-        if (::fstatat(parentFD, name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode)) {
+        if (sys::statAt(parentFD, name, st) == 0 && S_ISLNK(st.st_mode)) {
             return RemovalReason::symbolicLinkInPath();
         }
     }

@@ -4,8 +4,8 @@
 
 #include <variant>
 
+#include "base/UniqueFd.h"
 #include "removal/RemovalReason.h"
-#include "removal/UniqueFd.h"
 
 namespace removal {
 
@@ -16,6 +16,6 @@ namespace removal {
 // refused link. Some systems say ELOOP for it; Linux says ENOTDIR when
 // O_DIRECTORY and O_NOFOLLOW meet a link, so an ENOTDIR is looked at once more
 // (without following) to tell a link from a file that took the folder's place.
-std::variant<UniqueFd, RemovalReason> openDirectory(int parentFD, const char* name);
+std::variant<base::UniqueFd, RemovalReason> openDirectory(int parentFD, const char* name);
 
 }  // namespace removal

@@ -8,7 +8,7 @@ namespace removal {
 
 // The answer of a presence probe.
 class Presence {
-public:
+  public:
     enum class Kind {
         present,  // something of any type (a link included) exists there
         absent,   // nothing is there, or the anchor or a parent is missing
@@ -17,7 +17,9 @@ public:
 
     static Presence present() { return Presence(Kind::present); }
     static Presence absent() { return Presence(Kind::absent); }
-    static Presence unknown(RemovalReason reason) { return Presence(Kind::unknown, std::move(reason)); }
+    static Presence unknown(RemovalReason reason) {
+        return Presence(Kind::unknown, std::move(reason));
+    }
 
     Kind kind() const { return kind_; }
     // Set only for `unknown`.
@@ -25,7 +27,7 @@ public:
 
     bool operator==(const Presence&) const = default;
 
-private:
+  private:
     explicit Presence(Kind kind, std::optional<RemovalReason> reason = std::nullopt)
         : kind_(kind), reason_(std::move(reason)) {}
 

@@ -9,7 +9,7 @@ namespace removal {
 // The result of removing one item. `failed` always carries at least one
 // failure: nothing, or only part of the item, was removed.
 class RemovalOutcome {
-public:
+  public:
     enum class Kind {
         failed,
         removed,
@@ -28,7 +28,7 @@ public:
 
     bool operator==(const RemovalOutcome&) const = default;
 
-private:
+  private:
     explicit RemovalOutcome(Kind kind, std::vector<RemovalFailure> failures = {})
         : kind_(kind), failures_(std::move(failures)) {}
 

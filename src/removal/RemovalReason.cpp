@@ -3,9 +3,9 @@
 #include <cerrno>
 #include <string_view>
 
+#include "base/Text.h"
+#include "base/Trap.h"
 #include "removal/RemovalOutcome.h"
-#include "removal/Text.h"
-#include "removal/Trap.h"
 
 namespace removal {
 namespace {
@@ -55,7 +55,7 @@ std::string RemovalReason::explanation() const {
     if (kind_ == Kind::other) {
         return text_;
     }
-    std::string text = localizedText(englishText(kind_));
+    std::string text = base::localizedText(englishText(kind_));
     return kind_ == Kind::system ? fillNumber(std::move(text), code_) : text;
 }
 
@@ -74,7 +74,7 @@ RemovalReason reasonForErrno(int error) {
 
 RemovalOutcome RemovalOutcome::failed(std::vector<RemovalFailure> failures) {
     if (failures.empty()) {
-        trap("a failed removal must name at least one failure");
+        base::trap("a failed removal must name at least one failure");
     }
     return RemovalOutcome(Kind::failed, std::move(failures));
 }

@@ -9,10 +9,10 @@ namespace removal {
 // has exactly one user-facing sentence, explanation(). Values compare by case
 // and payload; the order of Kind is the order of the cases everywhere.
 class RemovalReason {
-public:
+  public:
     enum class Kind {
-        other,                     // payload: a ready-made sentence
-        system,                    // payload: the raw errno value
+        other,   // payload: a ready-made sentence
+        system,  // payload: the raw errno value
         permissionDenied,
         symbolicLinkInPath,
         notOwnedByCurrentUser,
@@ -49,7 +49,7 @@ public:
 
     bool operator==(const RemovalReason&) const = default;
 
-private:
+  private:
     RemovalReason(Kind kind, std::int32_t code = 0, std::string text = {})
         : kind_(kind), code_(code), text_(std::move(text)) {}
 

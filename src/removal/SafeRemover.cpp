@@ -6,9 +6,9 @@
 
 #include <cerrno>
 
+#include "base/SystemCalls.h"
+#include "base/Trap.h"
 #include "removal/DirectoryOpen.h"
-#include "removal/SystemCalls.h"
-#include "removal/Trap.h"
 #include "removal/TreeRemoval.h"
 
 namespace removal {
@@ -20,20 +20,20 @@ bool isDirectory(const struct stat& st) {
 
 void checkComponents(const Components& components) {
     if (components.empty()) {
-        trap("an item must have at least one path component");
+        base::trap("an item must have at least one path component");
     }
     for (const std::string& component : components) {
         if (component.empty()) {
-            trap("a path component is empty");
+            base::trap("a path component is empty");
         }
         if (component.find('/') != std::string::npos) {
-            trap("a path component contains \"/\"");
+            base::trap("a path component contains \"/\"");
         }
         if (component == ".") {
-            trap("a path component is \".\"");
+            base::trap("a path component is \".\"");
         }
         if (component == "..") {
-            trap("a path component is \"..\"");
+            base::trap("a path component is \"..\"");
         }
     }
 }
@@ -54,10 +54,30 @@ std::string SafeRemover::displayPath(const Components& components, std::size_t c
     return path;
 }
 
+// Opens the folder `name` relative to `parentFD`, whose lstat is `st`, if it
+// may be entered on the way to an item: a link in its place is refused, and
+// so is anything that is not a folder, and a folder of another user when the
+// anchor must be owned. The open itself refuses a link swapped in since.
+std::variant<base::UniqueFd, RemovalReason> SafeRemover::enterFolder(int parentFD,
+                                                                     const char* name,
+                                                                     const struct stat& st) const {
+    if (S_ISLNK(st.st_mode)) {
+        return RemovalReason::symbolicLinkInPath();
+    }
+    if (!isDirectory(st)) {
+        return RemovalReason::notADirectory();
+    }
+    if (requiresOwnedAnchor && st.st_uid != userID) {
+        return RemovalReason::notOwnedByCurrentUser();
+    }
+    return openDirectory(parentFD, name);
+}
+
 // Opens the anchor itself. Links above the anchor are followed (the lstat and
-// open take the whole path), but the anchor must be a real folder: a link in
-// its place is refused and so is anything that is not a folder.
-std::variant<UniqueFd, RemovalFailure> SafeRemover::openAnchor(struct stat& anchorStat) const {
+// open take the whole path), but the anchor must be a folder that may be
+// entered (enterFolder).
+std::variant<base::UniqueFd, RemovalFailure> SafeRemover::openAnchor(
+    struct stat& anchorStat) const {
     const std::string anchorPath = displayPath({}, 0);
     if (::lstat(anchorPath.c_str(), &anchorStat) != 0) {
         const int error = errno;
@@ -65,30 +85,21 @@ std::variant<UniqueFd, RemovalFailure> SafeRemover::openAnchor(struct stat& anch
             // A missing anchor means a missing item; /dev/null keeps the walk's
             // shape (there is always an anchor descriptor) without a special case.
             anchorStat = {};
-            return UniqueFd(sys::open("/dev/null", O_RDONLY | O_CLOEXEC));
+            return base::UniqueFd(sys::open("/dev/null", O_RDONLY | O_CLOEXEC));
         }
         return RemovalFailure{anchorPath, reasonForErrno(error)};
     }
-    if (S_ISLNK(anchorStat.st_mode)) {
-        return RemovalFailure{anchorPath, RemovalReason::symbolicLinkInPath()};
-    }
-    if (!isDirectory(anchorStat)) {
-        return RemovalFailure{anchorPath, RemovalReason::notADirectory()};
-    }
-    if (requiresOwnedAnchor && anchorStat.st_uid != userID) {
-        return RemovalFailure{anchorPath, RemovalReason::notOwnedByCurrentUser()};
-    }
-    auto opened = openDirectory(AT_FDCWD, anchorPath.c_str());
+    auto opened = enterFolder(AT_FDCWD, anchorPath.c_str(), anchorStat);
     if (auto* reason = std::get_if<RemovalReason>(&opened)) {
         return RemovalFailure{anchorPath, std::move(*reason)};
     }
-    return std::move(std::get<UniqueFd>(opened));
+    return std::move(std::get<base::UniqueFd>(opened));
 }
 
 // Descends one component at a time, each relative to the folder before it.
 // A missing component (or a file where a folder was expected, ENOTDIR) ends
-// the walk successfully with no leaf: the item is absent. Folders on the way
-// must be real folders, and owned by the user when the anchor must be.
+// the walk successfully with no leaf: the item is absent. Every folder on the
+// way must be one that may be entered (enterFolder).
 std::variant<SafeRemover::Walked, RemovalFailure> SafeRemover::walk(
     const Components& components) const {
     Walked walked;
@@ -97,7 +108,7 @@ std::variant<SafeRemover::Walked, RemovalFailure> SafeRemover::walk(
     if (auto* failure = std::get_if<RemovalFailure>(&anchorOrFailure)) {
         return std::move(*failure);
     }
-    walked.anchorFD = std::move(std::get<UniqueFd>(anchorOrFailure));
+    walked.anchorFD = std::move(std::get<base::UniqueFd>(anchorOrFailure));
     if (!walked.anchorFD) {
         return RemovalFailure{displayPath({}, 0), reasonForErrno(errno)};
     }
@@ -109,7 +120,7 @@ std::variant<SafeRemover::Walked, RemovalFailure> SafeRemover::walk(
     for (std::size_t i = 0; i < components.size(); ++i) {
         const std::string& name = components[i];
         struct stat st {};
-        if (::fstatat(walked.parentFD(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (sys::statAt(walked.parentFD(), name.c_str(), st) != 0) {
             const int error = errno;
             if (error == ENOENT || error == ENOTDIR) {
                 return walked;
@@ -120,21 +131,11 @@ std::variant<SafeRemover::Walked, RemovalFailure> SafeRemover::walk(
             walked.leafStat = st;
             return walked;
         }
-        const std::string prefix = displayPath(components, i + 1);
-        if (S_ISLNK(st.st_mode)) {
-            return RemovalFailure{prefix, RemovalReason::symbolicLinkInPath()};
-        }
-        if (!isDirectory(st)) {
-            return RemovalFailure{prefix, RemovalReason::notADirectory()};
-        }
-        if (requiresOwnedAnchor && st.st_uid != userID) {
-            return RemovalFailure{prefix, RemovalReason::notOwnedByCurrentUser()};
-        }
-        auto next = openDirectory(walked.parentFD(), name.c_str());
+        auto next = enterFolder(walked.parentFD(), name.c_str(), st);
         if (auto* reason = std::get_if<RemovalReason>(&next)) {
-            return RemovalFailure{prefix, std::move(*reason)};
+            return RemovalFailure{displayPath(components, i + 1), std::move(*reason)};
         }
-        walked.openedDirectories.push_back(std::move(std::get<UniqueFd>(next)));
+        walked.openedDirectories.push_back(std::move(std::get<base::UniqueFd>(next)));
     }
     return walked;
 }
@@ -190,7 +191,7 @@ RemovalOutcome SafeRemover::remove(const Components& components,
     }
     // A link or a file of any other type goes with one unlink relative to its
     // parent: a link is removed itself, and its target is never touched.
-    if (::unlinkat(walked.parentFD(), name.c_str(), 0) != 0) {
+    if (sys::unlinkAt(walked.parentFD(), name.c_str()) != 0) {
         return RemovalOutcome::failed({{path, reasonForErrno(errno)}});
     }
     return S_ISLNK(leaf.st_mode) ? RemovalOutcome::linkRemoved() : RemovalOutcome::removed();

@@ -9,11 +9,11 @@
 #include <variant>
 #include <vector>
 
+#include "base/UniqueFd.h"
 #include "removal/FileIdentity.h"
 #include "removal/Presence.h"
 #include "removal/RemovalFailure.h"
 #include "removal/RemovalOutcome.h"
-#include "removal/UniqueFd.h"
 #include "removal/Volume.h"
 
 namespace removal {
@@ -66,8 +66,8 @@ struct SafeRemover {
     // What a successful walk holds open and found. Its descriptors close
     // themselves; the intermediate folders go before the anchor.
     struct Walked {
-        UniqueFd anchorFD;  // "/dev/null" stands in when the anchor is missing
-        std::vector<UniqueFd> openedDirectories;
+        base::UniqueFd anchorFD;  // "/dev/null" stands in when the anchor is missing
+        std::vector<base::UniqueFd> openedDirectories;
         dev_t anchorDevice = 0;  // of the anchor; 0 when it is missing
         std::optional<struct stat> leafStat;
 
@@ -84,7 +84,10 @@ struct SafeRemover {
     }
 
     std::variant<Walked, RemovalFailure> walk(const Components& components) const;
-    std::variant<UniqueFd, RemovalFailure> openAnchor(struct stat& anchorStat) const;
+    std::variant<base::UniqueFd, RemovalFailure> openAnchor(struct stat& anchorStat) const;
+    std::variant<base::UniqueFd, RemovalReason> enterFolder(int parentFD,
+                                                            const char* name,
+                                                            const struct stat& st) const;
 };
 
 }  // namespace removal

@@ -8,14 +8,12 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "base/SystemCalls.h"
+#include "base/UniqueFd.h"
 #include "removal/DirectoryOpen.h"
-#include "removal/SystemCalls.h"
-#include "removal/UniqueFd.h"
 
 namespace removal {
 namespace {
-
-constexpr int kDirectoryFlags = O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC;
 
 // At most this many folder descriptors of one tree are held open at a time.
 // Deeper trees close the descriptors of their outermost folders and reach them
@@ -39,7 +37,7 @@ struct Entry {
 struct Level {
     std::string name;
     std::string path;
-    UniqueFd fd;  // closed for outer levels when the descriptor budget is spent
+    base::UniqueFd fd;  // closed for outer levels when the descriptor budget is spent
     FileIdentity identity;
     std::vector<Entry> entries;
     std::size_t next = 0;
@@ -115,7 +113,7 @@ bool TreeRemoval::enter(int parentFD,
         report(path, std::move(*reason));
         return false;
     }
-    UniqueFd fd = std::move(std::get<UniqueFd>(opened));
+    base::UniqueFd fd = std::move(std::get<base::UniqueFd>(opened));
     struct stat st {};
     if (::fstat(fd.get(), &st) != 0) {
         report(path, reasonForErrno(errno));
@@ -143,7 +141,7 @@ bool TreeRemoval::enter(int parentFD,
 // reading could make readdir skip or repeat entries.
 bool TreeRemoval::list(int fd, std::vector<Entry>& entries, const std::string& path) {
     // The stream gets its own descriptor, close-on-exec like every other.
-    UniqueFd duplicate(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
+    base::UniqueFd duplicate(sys::duplicate(fd));
     if (!duplicate) {
         report(path, reasonForErrno(errno));
         return false;
@@ -182,7 +180,7 @@ void TreeRemoval::removeEntry(Level& level, const Entry& entry) {
     }
     const char* name = entry.name.c_str();
     struct stat st {};
-    if (::fstatat(level.fd.get(), name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (sys::statAt(level.fd.get(), name, st) != 0) {
         if (errno != ENOENT) {  // gone already: someone else removed it
             report(path, reasonForErrno(errno));
             level.failed = true;
@@ -200,7 +198,7 @@ void TreeRemoval::removeEntry(Level& level, const Entry& entry) {
         return;
     }
     // Files, links, sockets, pipes and devices are unlinked, never opened.
-    if (::unlinkat(level.fd.get(), name, 0) != 0 && errno != ENOENT) {
+    if (sys::unlinkAt(level.fd.get(), name) != 0 && errno != ENOENT) {
         report(path, reasonForErrno(errno));
         level.failed = true;
     }
@@ -218,7 +216,7 @@ bool TreeRemoval::unlinkKnownNonDirectory(Level& level,
     if (entry.type == DT_DIR || entry.type == DT_UNKNOWN) {
         return false;
     }
-    if (::unlinkat(level.fd.get(), entry.name.c_str(), 0) == 0 || errno == ENOENT) {
+    if (sys::unlinkAt(level.fd.get(), entry.name.c_str()) == 0 || errno == ENOENT) {
         return true;
     }
     if (errno == EISDIR) {
@@ -238,7 +236,7 @@ void TreeRemoval::leave() {
     }
     Level& done = stack_.back();
     bool kept = done.failed;
-    if (!kept && ::unlinkat(parentFD, done.name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT) {
+    if (!kept && sys::unlinkAt(parentFD, done.name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT) {
         report(done.path, reasonForErrno(errno));
         kept = true;
     }
@@ -267,7 +265,7 @@ int TreeRemoval::reachParent() {
 // trusted only when it leads back to the very folder that was listed. Reports
 // nothing: a way that fails is followed by the careful one.
 bool TreeRemoval::reopenThroughDotDot(const Level& done, Level& parent) {
-    UniqueFd reopened(sys::openat(done.fd.get(), "..", kDirectoryFlags));
+    base::UniqueFd reopened(sys::openFolderAt(done.fd.get(), ".."));
     struct stat st {};
     if (!reopened || ::fstat(reopened.get(), &st) != 0 ||
         FileIdentity{st.st_dev, st.st_ino} != parent.identity) {
@@ -286,7 +284,7 @@ bool TreeRemoval::reopenThroughDotDot(const Level& done, Level& parent) {
 // up; the folder above keeps it and goes on with its other entries.
 bool TreeRemoval::reopenFromAbove(std::size_t index) {
     int from = parentFD_;
-    UniqueFd opened;
+    base::UniqueFd opened;
     for (std::size_t i = 0; i <= index; ++i) {
         Level& level = stack_[i];
         if (level.fd) {
@@ -299,7 +297,7 @@ bool TreeRemoval::reopenFromAbove(std::size_t index) {
             giveUpFrom(i, std::move(*reason));
             return false;
         }
-        UniqueFd fd = std::move(std::get<UniqueFd>(next));
+        base::UniqueFd fd = std::move(std::get<base::UniqueFd>(next));
         struct stat st {};
         if (::fstat(fd.get(), &st) != 0) {
             giveUpFrom(i, reasonForErrno(errno));

@@ -5,22 +5,20 @@
 
 #include <optional>
 
-#include "removal/SystemCalls.h"
+#include "base/SystemCalls.h"
 #include "target/PropertyList.h"
 
 namespace target {
 namespace {
 
-constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
-
 // The folder `name` inside `parentFD`, when it is a real folder (an lstat
 // first, then an open that refuses links and must find the same folder).
-removal::UniqueFd openRealFolder(int parentFD, const char* name) {
+base::UniqueFd openRealFolder(int parentFD, const char* name) {
     struct stat seen {};
-    if (::fstatat(parentFD, name, &seen, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(seen.st_mode)) {
+    if (sys::statAt(parentFD, name, seen) != 0 || !S_ISDIR(seen.st_mode)) {
         return {};
     }
-    removal::UniqueFd folder(sys::openat(parentFD, name, kFolderFlags));
+    base::UniqueFd folder(sys::openFolderAt(parentFD, name));
     struct stat opened {};
     if (!folder || ::fstat(folder.get(), &opened) != 0 || opened.st_dev != seen.st_dev ||
         opened.st_ino != seen.st_ino) {
@@ -31,8 +29,7 @@ removal::UniqueFd openRealFolder(int parentFD, const char* name) {
 
 bool isRegularFile(int folderFD, const std::string& name) {
     struct stat status {};
-    return ::fstatat(folderFD, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-           S_ISREG(status.st_mode);
+    return sys::statAt(folderFD, name.c_str(), status) == 0 && S_ISREG(status.st_mode);
 }
 
 bool isUsableName(const std::string& name) {
@@ -61,7 +58,7 @@ std::optional<AppVerificationProblem> checkContents(int contentsFD,
     if (!executable || !isUsableName(*executable)) {
         return AppVerificationProblem::missingExecutable();
     }
-    const removal::UniqueFd macOS = openRealFolder(contentsFD, "MacOS");
+    const base::UniqueFd macOS = openRealFolder(contentsFD, "MacOS");
     if (!macOS || !isRegularFile(macOS.get(), *executable)) {
         return AppVerificationProblem::missingExecutable();
     }
@@ -73,11 +70,11 @@ std::optional<AppVerificationProblem> checkContents(int contentsFD,
 std::variant<AppBundleLayout, AppVerificationProblem> AppBundleLayout::open(
     const std::string& bundlePath,
     const std::string& expectedIdentifier) {
-    removal::UniqueFd bundle(sys::open(bundlePath.c_str(), kFolderFlags));
+    base::UniqueFd bundle(sys::open(bundlePath.c_str(), sys::kFolderFlags));
     if (!bundle) {
         return AppVerificationProblem::notAnAppBundle();
     }
-    removal::UniqueFd contents = openRealFolder(bundle.get(), "Contents");
+    base::UniqueFd contents = openRealFolder(bundle.get(), "Contents");
     if (!contents) {
         return AppVerificationProblem::notAnAppBundle();
     }

@@ -3,7 +3,7 @@
 #include <string>
 #include <variant>
 
-#include "removal/UniqueFd.h"
+#include "base/UniqueFd.h"
 #include "target/AppVerificationProblem.h"
 
 namespace target {
@@ -25,21 +25,22 @@ namespace target {
 // missing is notAnAppBundle. Nothing is opened for writing, and no FIFO or
 // device is ever opened.
 class AppBundleLayout {
-public:
+  public:
     // Runs the checks in order and stops at the first problem. On success the
     // bundle and its "Contents" folder stay open for the signature check.
     static std::variant<AppBundleLayout, AppVerificationProblem> open(
-        const std::string& bundlePath, const std::string& expectedIdentifier);
+        const std::string& bundlePath,
+        const std::string& expectedIdentifier);
 
     int bundleFD() const { return bundle_.get(); }
     int contentsFD() const { return contents_.get(); }
 
-private:
-    AppBundleLayout(removal::UniqueFd bundle, removal::UniqueFd contents)
+  private:
+    AppBundleLayout(base::UniqueFd bundle, base::UniqueFd contents)
         : bundle_(std::move(bundle)), contents_(std::move(contents)) {}
 
-    removal::UniqueFd bundle_;
-    removal::UniqueFd contents_;
+    base::UniqueFd bundle_;
+    base::UniqueFd contents_;
 };
 
 }  // namespace target

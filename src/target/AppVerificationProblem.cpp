@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "removal/Text.h"
+#include "base/Text.h"
 
 namespace target {
 namespace {
@@ -26,7 +26,7 @@ std::string_view englishText(AppVerificationProblem::Kind kind) {
 }  // namespace
 
 std::string AppVerificationProblem::explanation() const {
-    return removal::localizedText(englishText(kind_));
+    return base::localizedText(englishText(kind_));
 }
 
 }  // namespace target

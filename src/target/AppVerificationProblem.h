@@ -7,7 +7,7 @@ namespace target {
 // Why an installed app bundle was not accepted as the target product. Values
 // compare by case and payload; the order of Kind is the order of the cases.
 class AppVerificationProblem {
-public:
+  public:
     enum class Kind {
         identifierMismatch,  // payload: the identifier the bundle declares
         missingIdentifier,   // no bundle identifier, or not a string
@@ -42,7 +42,7 @@ public:
 
     bool operator==(const AppVerificationProblem&) const = default;
 
-private:
+  private:
     explicit AppVerificationProblem(Kind kind, std::string found = {})
         : kind_(kind), foundIdentifier_(std::move(found)) {}
 

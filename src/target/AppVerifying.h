@@ -16,15 +16,16 @@ namespace target {
 // symbolic link inside the bundle, and may be called from any thread. A check
 // blocks for as long as reading the whole bundle takes.
 class AppVerifying {
-public:
+  public:
     virtual ~AppVerifying() = default;
 
     // Nothing when the bundle at `bundlePath` (absolute) passes every check;
     // otherwise the first problem found.
     virtual std::optional<AppVerificationProblem> verify(
-        const std::string& bundlePath, const std::string& expectedIdentifier) const = 0;
+        const std::string& bundlePath,
+        const std::string& expectedIdentifier) const = 0;
 
-protected:
+  protected:
     AppVerifying() = default;
     AppVerifying(const AppVerifying&) = default;
     AppVerifying& operator=(const AppVerifying&) = default;

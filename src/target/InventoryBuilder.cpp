@@ -1,7 +1,7 @@
 #include "target/InventoryBuilder.h"
 
+#include "base/Text.h"
 #include "removal/SafeRemover.h"
-#include "removal/Text.h"
 #include "target/Paths.h"
 
 namespace target {
@@ -24,29 +24,49 @@ ItemState stateOf(const Presence& presence) {
 }  // namespace
 
 Inventory InventoryBuilder::build() const {
+    std::vector<InventoryItem> items{preferencesItem()};
+    for (InventoryItem& item : treeItems()) {
+        items.push_back(std::move(item));
+    }
+    for (InventoryItem& item : appItems()) {
+        items.push_back(std::move(item));
+    }
+    return Inventory{std::move(items), context.userName};
+}
+
+// The preference domain counts as present when its file is there, or when the
+// preferences service holds values that were never written to a file.
+InventoryItem InventoryBuilder::preferencesItem() const {
+    const std::string& id = context.bundleIdentifier;
+    const removal::SafeRemover libraryRemover{
+        appendingPathComponent(context.homeDirectory, "Library"), context.userID, true};
+    const bool prefsFile =
+        libraryRemover.presence({"Preferences", id + ".plist"}) == Presence::present();
+    const bool prefsPresent = prefsFile || preferences->hasValues(id);
+    return {"prefs:" + id,
+            ItemCategory::settings,
+            ItemTarget::preferences(id),
+            id,
+            id + " preferences",
+            prefsPresent ? ItemState::present() : ItemState::absent()};
+}
+
+// The folders and files in the user's Library.
+std::vector<InventoryItem> InventoryBuilder::treeItems() const {
     const std::string& home = context.homeDirectory;
     const std::string library = appendingPathComponent(home, "Library");
     const std::string& id = context.bundleIdentifier;
     const removal::SafeRemover libraryRemover{library, context.userID, true};
     std::vector<InventoryItem> items;
-
-    // The domain counts as present when its file is there, or when the
-    // preferences service holds values that were never written to a file.
-    const bool prefsFile =
-        libraryRemover.presence({"Preferences", id + ".plist"}) == Presence::present();
-    const bool prefsPresent = prefsFile || preferences->hasValues(id);
-    items.push_back({"prefs:" + id, ItemCategory::settings, ItemTarget::preferences(id), id,
-                     id + " preferences",
-                     prefsPresent ? ItemState::present() : ItemState::absent()});
-
     const auto tree = [&](ItemCategory category, std::vector<std::string> components) {
         std::string path = library;
         for (const std::string& component : components) {
             path = appendingPathComponent(path, component);
         }
         const ItemState state = stateOf(libraryRemover.presence(components));
-        items.push_back({"tree:" + path, category, ItemTarget::tree(library, std::move(components), true),
-                         path, displayPath(path, home), state});
+        items.push_back({"tree:" + path, category,
+                         ItemTarget::tree(library, std::move(components), true), path,
+                         displayPath(path, home), state});
     };
     // Inner folders come before the folders that hold them, so each is
     // removed and reported on its own first.
@@ -58,48 +78,18 @@ Inventory InventoryBuilder::build() const {
     tree(ItemCategory::cache, {"HTTPStorages", id});
     tree(ItemCategory::logsAndState, {"Logs", id});
     tree(ItemCategory::logsAndState, {"Saved Application State", id + ".savedState"});
-
-    for (InventoryItem& item : appItems()) {
-        items.push_back(std::move(item));
-    }
-    return Inventory{std::move(items), context.userName};
+    return items;
 }
 
-// One item per application folder that holds something named like the app:
-// present only when it is verified and is a real folder, whose identity is
-// then recorded so that a bundle swapped after the review is refused.
+// One item per application folder that holds something named like the app.
+// The app group always has a row: where the app was expected.
 std::vector<InventoryItem> InventoryBuilder::appItems() const {
     std::vector<InventoryItem> items;
     for (const std::string& directory : context.applicationDirectories) {
-        const std::string path = appendingPathComponent(directory, appName);
-        const auto item = [&](ItemState state, std::optional<removal::FileIdentity> identity) {
-            return InventoryItem{"app:" + path, ItemCategory::app,
-                                 ItemTarget::appBundle(directory, appName, identity), path,
-                                 displayPath(path, context.homeDirectory), std::move(state)};
-        };
-        // Application folders such as /Applications need not be the user's.
-        const removal::SafeRemover remover{directory, context.userID, false};
-        const Presence presence = remover.presence({appName});
-        if (presence.kind() == Presence::Kind::absent) {
-            continue;
+        if (auto item = appItem(directory)) {
+            items.push_back(std::move(*item));
         }
-        if (presence.kind() == Presence::Kind::unknown) {
-            items.push_back(item(stateOf(presence), std::nullopt));
-            continue;
-        }
-        if (const auto problem = verifier->verify(path, context.bundleIdentifier)) {
-            items.push_back(item(ItemState::skipped(problem->explanation()), std::nullopt));
-            continue;
-        }
-        const auto identity = remover.identity({appName});
-        if (!identity) {
-            items.push_back(
-                item(ItemState::skipped(removal::localizedText("Not an app bundle")), std::nullopt));
-            continue;
-        }
-        items.push_back(item(ItemState::present(), identity));
     }
-    // The app group always has a row: where the app was expected.
     if (items.empty() && !context.applicationDirectories.empty()) {
         const std::string& first = context.applicationDirectories.front();
         const std::string path = appendingPathComponent(first, appName);
@@ -108,6 +98,38 @@ std::vector<InventoryItem> InventoryBuilder::appItems() const {
                          displayPath(path, context.homeDirectory), ItemState::absent()});
     }
     return items;
+}
+
+// The app in `directory`, when something of its name is there: present only
+// when it is verified and is a real folder, whose identity is then recorded so
+// that a bundle swapped after the review is refused.
+std::optional<InventoryItem> InventoryBuilder::appItem(const std::string& directory) const {
+    const std::string path = appendingPathComponent(directory, appName);
+    const auto item = [&](ItemState state, std::optional<removal::FileIdentity> identity) {
+        return InventoryItem{"app:" + path,
+                             ItemCategory::app,
+                             ItemTarget::appBundle(directory, appName, identity),
+                             path,
+                             displayPath(path, context.homeDirectory),
+                             std::move(state)};
+    };
+    // Application folders such as /Applications need not be the user's.
+    const removal::SafeRemover remover{directory, context.userID, false};
+    const Presence presence = remover.presence({appName});
+    if (presence.kind() == Presence::Kind::absent) {
+        return std::nullopt;
+    }
+    if (presence.kind() == Presence::Kind::unknown) {
+        return item(stateOf(presence), std::nullopt);
+    }
+    if (const auto problem = verifier->verify(path, context.bundleIdentifier)) {
+        return item(ItemState::skipped(problem->explanation()), std::nullopt);
+    }
+    const auto identity = remover.identity({appName});
+    if (!identity) {
+        return item(ItemState::skipped(base::localizedText("Not an app bundle")), std::nullopt);
+    }
+    return item(ItemState::present(), identity);
 }
 
 }  // namespace target

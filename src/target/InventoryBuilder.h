@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,8 +30,11 @@ struct InventoryBuilder {
 
     Inventory build() const;
 
-private:
+  private:
+    InventoryItem preferencesItem() const;
+    std::vector<InventoryItem> treeItems() const;
     std::vector<InventoryItem> appItems() const;
+    std::optional<InventoryItem> appItem(const std::string& directory) const;
 };
 
 }  // namespace target

@@ -7,7 +7,7 @@ namespace target {
 // Whether an inventory item is there. Compared by case and, for `skipped`,
 // by the reason text.
 class ItemState {
-public:
+  public:
     enum class Kind {
         skipped,  // exists or may exist, but will not be touched; see reason()
         present,  // there, and will be removed
@@ -27,7 +27,7 @@ public:
 
     bool operator==(const ItemState&) const = default;
 
-private:
+  private:
     explicit ItemState(Kind kind, std::string reason = {})
         : kind_(kind), reason_(std::move(reason)) {}
 

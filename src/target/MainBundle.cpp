@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "removal/SystemCalls.h"
-#include "removal/UniqueFd.h"
+#include "base/SystemCalls.h"
+#include "base/UniqueFd.h"
 
 namespace target {
 namespace {
@@ -50,8 +50,7 @@ MainBundle MainBundle::load(const std::string& path) {
     if (!path.starts_with('/') || name.empty() || name == "." || name == "..") {
         return MainBundle(std::nullopt);
     }
-    const removal::UniqueFd folderFD(
-        sys::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const base::UniqueFd folderFD(sys::open(folderPath.c_str(), sys::kFolderFlags & ~O_NOFOLLOW));
     if (!folderFD) {
         return MainBundle(std::nullopt);
     }

@@ -14,7 +14,7 @@ namespace target {
 // "<Name>.app/Contents/MacOS/"; otherwise the property list is the file
 // "Info.plist" beside the executable.
 class MainBundle {
-public:
+  public:
     // Where the property list of the program at `executablePath` is; empty
     // when that path is not absolute (unknown).
     static std::string infoPropertyListPath(std::string_view executablePath);
@@ -34,7 +34,7 @@ public:
     // array) or the empty string, or when there is no property list at all.
     std::string targetString(std::string_view key, std::string_view fallback) const;
 
-private:
+  private:
     explicit MainBundle(std::optional<PropertyList> info) : info_(std::move(info)) {}
 
     std::optional<PropertyList> info_;

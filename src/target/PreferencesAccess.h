@@ -12,7 +12,7 @@ namespace target {
 // operation reports errors: what cannot be read holds no keys, and what the
 // removal left behind is found by the caller's next hasValues().
 class PreferencesAccess {
-public:
+  public:
     virtual ~PreferencesAccess() = default;
 
     // True when the domain holds at least one key on any host. False when
@@ -23,7 +23,7 @@ public:
     // through. A host without keys is left alone (nothing is written).
     virtual void removeAll(const std::string& domain) const = 0;
 
-protected:
+  protected:
     PreferencesAccess() = default;
     PreferencesAccess(const PreferencesAccess&) = default;
     PreferencesAccess& operator=(const PreferencesAccess&) = default;

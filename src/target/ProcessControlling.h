@@ -10,7 +10,7 @@ namespace target {
 // called from any thread. Neither operation reports errors; a failed system
 // call counts as "no running copy".
 class ProcessControlling {
-public:
+  public:
     virtual ~ProcessControlling() = default;
 
     // True when at least one copy of the product, other than the uninstaller's
@@ -23,7 +23,7 @@ public:
     // quit; does nothing when no copy runs.
     virtual void requestQuit() const = 0;
 
-protected:
+  protected:
     ProcessControlling() = default;
     ProcessControlling(const ProcessControlling&) = default;
     ProcessControlling& operator=(const ProcessControlling&) = default;

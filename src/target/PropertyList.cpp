@@ -9,9 +9,9 @@
 #include <cstdlib>
 #include <utility>
 
-#include "removal/SystemCalls.h"
-#include "removal/Trap.h"
-#include "removal/UniqueFd.h"
+#include "base/SystemCalls.h"
+#include "base/Trap.h"
+#include "base/UniqueFd.h"
 #include "target/PropertyListShape.h"
 
 namespace target {
@@ -37,7 +37,7 @@ PropertyList::ReadFailure failureForErrno(int error) {
 
 void checkName(std::string_view name) {
     if (name.empty() || name == "." || name == ".." || name.find('/') != std::string_view::npos) {
-        removal::trap("a property-list file name must be a single path component");
+        base::trap("a property-list file name must be a single path component");
     }
 }
 
@@ -46,21 +46,7 @@ void checkName(std::string_view name) {
 bool readUpTo(int fd, std::size_t limit, std::size_t sizeHint, std::string& bytes) {
     bytes.clear();
     bytes.reserve(std::min(sizeHint, limit) + 1);
-    char buffer[64 * 1024];
-    while (bytes.size() <= limit) {
-        const ssize_t n = sys::read(fd, buffer, sizeof buffer);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n < 0) {
-            return false;
-        }
-        if (n == 0) {
-            break;
-        }
-        bytes.append(buffer, static_cast<std::size_t>(n));
-    }
-    return true;
+    return sys::readAll(fd, bytes, limit);
 }
 
 bool hasNul(std::string_view text) {
@@ -99,7 +85,7 @@ PropertyList::ReadResult PropertyList::readAt(int directoryFD, std::string_view 
     const std::string path(name);
     // Look before opening: a FIFO or a device is never opened at all.
     struct stat before {};
-    if (::fstatat(directoryFD, path.c_str(), &before, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (sys::statAt(directoryFD, path.c_str(), before) != 0) {
         return failureForErrno(errno);
     }
     if (!S_ISREG(before.st_mode)) {
@@ -107,8 +93,7 @@ PropertyList::ReadResult PropertyList::readAt(int directoryFD, std::string_view 
     }
     // Non-blocking in case something else was swapped in since the look;
     // readFrom() checks the type again on the descriptor.
-    const removal::UniqueFd fd(sys::openat(
-        directoryFD, path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+    const base::UniqueFd fd(sys::openFileAt(directoryFD, path.c_str()));
     if (!fd) {
         return failureForErrno(errno);
     }
@@ -142,7 +127,7 @@ PropertyList::ReadResult PropertyList::readFrom(int fd) {
 
 PropertyList PropertyList::adopt(plist_t root, Format format) {
     if (root == nullptr) {
-        removal::trap("a property list needs a root node");
+        base::trap("a property list needs a root node");
     }
     return PropertyList(root, format);
 }
@@ -178,27 +163,37 @@ std::optional<std::string> PropertyList::stringValue(std::string_view key) const
     return stringOf(plist_dict_get_item(root_, std::string(key).c_str()));
 }
 
+void PropertyList::forEachEntry(plist_t dictionary,
+                                const std::function<void(const char* key, plist_t value)>& visit) {
+    if (dictionary == nullptr || plist_get_node_type(dictionary) != PLIST_DICT) {
+        return;
+    }
+    plist_dict_iter iterator = nullptr;
+    plist_dict_new_iter(dictionary, &iterator);
+    for (;;) {
+        char* key = nullptr;
+        plist_t value = nullptr;
+        plist_dict_next_item(dictionary, iterator, &key, &value);
+        if (value == nullptr) {
+            std::free(key);
+            break;
+        }
+        visit(key, value);
+        std::free(key);
+    }
+    std::free(iterator);
+}
+
 std::vector<std::string> PropertyList::keys() const {
     std::vector<std::string> result;
     if (!isDictionary()) {
         return result;
     }
-    plist_dict_iter iterator = nullptr;
-    plist_dict_new_iter(root_, &iterator);
-    for (;;) {
-        char* key = nullptr;
-        plist_t value = nullptr;
-        plist_dict_next_item(root_, iterator, &key, &value);
-        if (value == nullptr) {
-            std::free(key);
-            break;
-        }
+    forEachEntry(root_, [&result](const char* key, plist_t) {
         if (key != nullptr) {
             result.emplace_back(key);
         }
-        std::free(key);
-    }
-    std::free(iterator);
+    });
     return result;
 }
 

@@ -3,6 +3,7 @@
 #include <plist/plist.h>
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,7 +21,7 @@ namespace target {
 // millions of nodes or are larger than kMaximumSize give "no value", never a
 // crash or a hang (see PropertyListShape.h for the limits and why).
 class PropertyList {
-public:
+  public:
     enum class Format { xml, binary };
 
     // Larger files are never property lists this program cares about.
@@ -86,7 +87,14 @@ public:
     static std::optional<std::string> stringOf(plist_t node);
     static std::optional<std::string> dataOf(plist_t node);
 
-private:
+    // Calls `visit` with each key and value of the dictionary node
+    // `dictionary`, in the dictionary's order; a key that libplist cannot give
+    // comes as a null pointer. Both stay owned by the tree and live only for
+    // the call. Does nothing when the node is not a dictionary.
+    static void forEachEntry(plist_t dictionary,
+                             const std::function<void(const char* key, plist_t value)>& visit);
+
+  private:
     PropertyList(plist_t root, Format format) : root_(root), format_(format) {}
 
     plist_t root_ = nullptr;

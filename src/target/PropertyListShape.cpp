@@ -23,12 +23,12 @@ std::uint64_t bigEndian(std::string_view bytes, std::size_t at, std::size_t size
 }
 
 class BinaryShape {
-public:
+  public:
     explicit BinaryShape(std::string_view bytes) : bytes_(bytes) {}
 
     bool acceptable();
 
-private:
+  private:
     // Where the references of a container start, and how many there are.
     struct Container {
         std::uint64_t referencesAt = 0;
@@ -45,6 +45,9 @@ private:
 
     bool readTrailer();
     Object examine(std::uint64_t index, Container& container) const;
+    Object examineFixed(unsigned marker, std::size_t at) const;
+    Object examineSized(unsigned marker, std::size_t at) const;
+    Object examineContainer(unsigned marker, std::size_t at, Container& container) const;
     std::optional<std::uint64_t> sizedLength(std::size_t at, std::size_t& end) const;
     bool fits(std::uint64_t at, std::uint64_t length) const {
         return at <= objectsEnd_ && length <= objectsEnd_ - at;
@@ -145,9 +148,23 @@ BinaryShape::Object BinaryShape::examine(std::uint64_t index, Container& contain
         return Object::invalid;
     }
     const unsigned marker = static_cast<unsigned char>(bytes_[at]);
+    switch (marker >> 4) {
+        case 0x4:
+        case 0x5:
+        case 0x6:
+            return examineSized(marker, at);
+        case 0xA:
+        case 0xC:
+        case 0xD:
+            return examineContainer(marker, at, container);
+        default:
+            return examineFixed(marker, at);
+    }
+}
+
+// An object whose size its marker alone tells.
+BinaryShape::Object BinaryShape::examineFixed(unsigned marker, std::size_t at) const {
     const unsigned nibble = marker & 0x0F;
-    std::size_t end = 0;
-    std::optional<std::uint64_t> length;
     switch (marker >> 4) {
         case 0x0:  // null, false, true, fill
             return nibble == 0x0 || nibble == 0x8 || nibble == 0x9 || nibble == 0xF
@@ -162,37 +179,49 @@ BinaryShape::Object BinaryShape::examine(std::uint64_t index, Container& contain
                        : Object::invalid;
         case 0x3:  // date
             return nibble == 3 && fits(at + 1, 8) ? Object::scalar : Object::invalid;
-        case 0x4:  // data
-            length = sizedLength(at, end);
-            return length && fits(end, *length) ? Object::scalar : Object::invalid;
-        case 0x5:  // ASCII string
-            length = sizedLength(at, end);
-            return length && fits(end, *length) && isCleanAscii(end, *length) ? Object::scalar
-                                                                               : Object::invalid;
-        case 0x6:  // UTF-16 string, length in code units
-            length = sizedLength(at, end);
-            return length && *length <= objectsEnd_ && fits(end, *length * 2) &&
-                           isCleanUtf16(end, *length)
-                       ? Object::scalar
-                       : Object::invalid;
         case 0x8:  // uid of n + 1 bytes
             return fits(at + 1, nibble + 1) ? Object::scalar : Object::invalid;
-        case 0xA:  // array
-        case 0xC:  // set
-        case 0xD:  // dictionary: keys, then values
-            length = sizedLength(at, end);
-            if (!length || *length > objectsEnd_) {
-                return Object::invalid;
-            }
-            container.referencesAt = end;
-            container.referenceCount = (marker >> 4) == 0xD ? *length * 2 : *length;
-            return container.referenceCount <= objectsEnd_ &&
-                           fits(end, container.referenceCount * referenceSize_)
-                       ? Object::container
-                       : Object::invalid;
         default:
             return Object::invalid;
     }
+}
+
+// Data or a string: a length, then that many bytes or code units.
+BinaryShape::Object BinaryShape::examineSized(unsigned marker, std::size_t at) const {
+    std::size_t end = 0;
+    const std::optional<std::uint64_t> length = sizedLength(at, end);
+    if (!length) {
+        return Object::invalid;
+    }
+    switch (marker >> 4) {
+        case 0x4:  // data
+            return fits(end, *length) ? Object::scalar : Object::invalid;
+        case 0x5:  // ASCII string
+            return fits(end, *length) && isCleanAscii(end, *length) ? Object::scalar
+                                                                    : Object::invalid;
+        default:  // UTF-16 string, length in code units
+            return *length <= objectsEnd_ && fits(end, *length * 2) && isCleanUtf16(end, *length)
+                       ? Object::scalar
+                       : Object::invalid;
+    }
+}
+
+// An array, a set or a dictionary (keys, then values): a count, then that many
+// references, which `container` is told where to find.
+BinaryShape::Object BinaryShape::examineContainer(unsigned marker,
+                                                  std::size_t at,
+                                                  Container& container) const {
+    std::size_t end = 0;
+    const std::optional<std::uint64_t> length = sizedLength(at, end);
+    if (!length || *length > objectsEnd_) {
+        return Object::invalid;
+    }
+    container.referencesAt = end;
+    container.referenceCount = (marker >> 4) == 0xD ? *length * 2 : *length;
+    return container.referenceCount <= objectsEnd_ &&
+                   fits(end, container.referenceCount * referenceSize_)
+               ? Object::container
+               : Object::invalid;
 }
 
 // Takes the next reference of the innermost container: a scalar or a finished

@@ -72,12 +72,12 @@ bool isCleanUtf8(std::string_view text) {
 }
 
 class XmlNesting {
-public:
+  public:
     explicit XmlNesting(std::string_view text) : text_(text) {}
 
     bool acceptable();
 
-private:
+  private:
     enum class Kind : std::uint8_t { dictionary, array };
 
     void noteOpening(std::size_t at);
@@ -152,7 +152,7 @@ void XmlNesting::skipMarkup(bool bracketsNest) {
             noteOpening(at_);
         }
         if (quote != 0) {
-            quote = c == quote ? 0 : quote;
+            quote = c == quote ? '\0' : quote;
         } else if (c == '"' || c == '\'') {
             quote = c;
         } else if (bracketsNest && c == '[') {

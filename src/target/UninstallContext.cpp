@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "removal/Trap.h"
+#include "base/Trap.h"
 #include "target/MainBundle.h"
 #include "target/Paths.h"
 
@@ -51,7 +51,7 @@ UserAccount UninstallContext::account(uid_t userID) {
         return accountFromEnvironment(userID);
     }
     if (found->pw_dir == nullptr || found->pw_name == nullptr) {
-        removal::trap("the user database entry has no home folder or no name");
+        base::trap("the user database entry has no home folder or no name");
     }
     return UserAccount{withoutTrailingSlashes(found->pw_dir), found->pw_name};
 }

@@ -1,3 +1,5 @@
+pragma ComponentBehavior: Bound
+
 import QtQuick
 import QtQuick.Window
 
@@ -31,6 +33,6 @@ Item {
         }
     }
 
-    onIsBusyChanged: Qt.callLater(root.apply)
-    Component.onCompleted: Qt.callLater(root.apply)
+    onIsBusyChanged: Qt.callLater(root.apply) // qmllint disable type
+    Component.onCompleted: Qt.callLater(root.apply) // qmllint disable type
 }

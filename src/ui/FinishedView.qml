@@ -1,7 +1,10 @@
+pragma ComponentBehavior: Bound
+
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 import UninstallTavio
+import UninstallTavio.App
 
 // The end of a run. A completed run says so and counts what was already gone;
 // an incomplete one lists what is left with the reason for each, lets the user
@@ -133,7 +136,7 @@ ColumnLayout {
     }
 
     Shortcut {
-        sequences: [StandardKey.Cancel]
+        sequences: [StandardKey.Cancel] // qmllint disable unqualified
         enabled: !root.completed
         onActivated: quitButton.clicked()
     }

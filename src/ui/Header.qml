@@ -1,3 +1,5 @@
+pragma ComponentBehavior: Bound
+
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
@@ -27,7 +29,7 @@ RowLayout {
         Layout.preferredHeight: 56
         Layout.alignment: Qt.AlignTop
         source: Symbols.appIcon
-        sourceSize: Qt.size(112, 112)
+        sourceSize: Qt.size(112, 112) // qmllint disable type
         fillMode: Image.PreserveAspectFit
         smooth: true
         Accessible.ignored: true

@@ -1,3 +1,5 @@
+pragma ComponentBehavior: Bound
+
 import QtQuick
 import QtQuick.Controls
 import UninstallTavio
@@ -60,14 +62,14 @@ ApplicationWindow {
     // other way of quitting ends, so they are refused while removing.
     Shortcut {
         objectName: "quitShortcut"
-        sequences: [StandardKey.Quit]
+        sequences: [StandardKey.Quit] // qmllint disable unqualified
         context: Qt.ApplicationShortcut
         onActivated: root.model.quit()
     }
 
     Shortcut {
         objectName: "closeShortcut"
-        sequences: [StandardKey.Close]
+        sequences: [StandardKey.Close] // qmllint disable unqualified
         context: Qt.ApplicationShortcut
         onActivated: root.close()
     }

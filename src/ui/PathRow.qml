@@ -1,7 +1,10 @@
+pragma ComponentBehavior: Bound
+
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 import UninstallTavio
+import UninstallTavio.App
 
 // One line of a card: a symbol, a title, the paths it stands for (selectable,
 // so they can be copied), an optional reason and an optional status at the
@@ -24,7 +27,7 @@ Item {
 
     Accessible.role: Accessible.ListItem
     Accessible.name: root.title
-    Accessible.description: [].concat(root.paths, [root.reason, root.trailing])
+    Accessible.description: [].concat(root.paths, [root.reason, root.trailing]) // qmllint disable type
                               .filter(text => text !== "").join(", ")
 
     RowLayout {
@@ -71,7 +74,7 @@ Item {
                     readOnly: true
                     selectByMouse: true
                     wrapMode: TextEdit.Wrap
-                    font.family: SystemFonts.fixed.family
+                    font.family: SystemFonts.fixed.family // qmllint disable type
                     font.pointSize: Theme.captionPointSize
                     color: Theme.secondary
                     selectionColor: Theme.palette.highlight

@@ -1,3 +1,5 @@
+pragma ComponentBehavior: Bound
+
 import QtQuick
 import QtQuick.Controls
 import UninstallTavio
@@ -14,7 +16,7 @@ ProgressBar {
         color: Theme.separator
     }
 
-    contentItem: Item {
+    contentItem: Item { // qmllint disable deferred-property-id
         implicitWidth: 200
         implicitHeight: 6
         clip: true

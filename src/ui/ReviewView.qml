@@ -1,7 +1,10 @@
+pragma ComponentBehavior: Bound
+
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 import UninstallTavio
+import UninstallTavio.App
 
 // The first screen when something was found: whose data goes, what was found
 // for each category, what stays, and the way on. "Uninstall…" only asks for
@@ -128,7 +131,7 @@ ColumnLayout {
 
     // While the confirmation alert is up, its own keys apply instead.
     Shortcut {
-        sequences: [StandardKey.Cancel]
+        sequences: [StandardKey.Cancel] // qmllint disable unqualified
         enabled: !root.model.isConfirming
         onActivated: cancelButton.clicked()
     }

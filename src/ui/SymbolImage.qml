@@ -1,3 +1,5 @@
+pragma ComponentBehavior: Bound
+
 import QtQuick
 import QtQuick.Controls.impl
 import UninstallTavio
@@ -11,7 +13,7 @@ IconImage {
     property int size: 16
 
     source: Symbols.source(root.symbol)
-    sourceSize: Qt.size(root.size, root.size)
+    sourceSize: Qt.size(root.size, root.size) // qmllint disable type
     fillMode: Image.PreserveAspectFit
     Accessible.ignored: true
 }

@@ -1,6 +1,8 @@
 pragma Singleton
+pragma ComponentBehavior: Bound
 import QtQuick
 import UninstallTavio
+import UninstallTavio.App
 
 // Colours, type sizes and the few metrics that several screens share. Colours
 // come from the desktop's palette; green, orange and red have no palette role,
@@ -41,7 +43,7 @@ QtObject {
     readonly property color redHue: root.dark ? "#ff453a" : "#ff3b30"
 
     // Type: the desktop's body font, with a larger title and a smaller caption.
-    readonly property font body: Qt.application.font
+    readonly property font body: Qt.application.font // qmllint disable type
     readonly property real titlePointSize: Math.round(root.body.pointSize * 1.3)
     readonly property real captionPointSize: Math.max(root.body.pointSize - 1, 7)
 

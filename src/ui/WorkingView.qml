@@ -1,7 +1,10 @@
+pragma ComponentBehavior: Bound
+
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 import UninstallTavio
+import UninstallTavio.App
 
 // The screen of a run. While Tavio is asked to quit nothing has been touched,
 // so "Cancel" still works; once removal has begun it cannot be stopped, and
@@ -124,7 +127,7 @@ ColumnLayout {
     }
 
     Shortcut {
-        sequences: [StandardKey.Cancel]
+        sequences: [StandardKey.Cancel] // qmllint disable unqualified
         enabled: root.waiting
         onActivated: cancelButton.clicked()
     }

@@ -8,7 +8,7 @@
 
 #include "QtTestMain.h"
 #include "TempDir.h"
-#include "platform/linux/SystemDesktopActions.h"
+#include "app/SystemDesktopActions.h"
 
 namespace {
 
@@ -65,7 +65,7 @@ class DesktopActionsTests : public QObject {
     bool requireBus();
     bool requireNoFileManager();
 
-    platform::SystemDesktopActions actions_;
+    app::SystemDesktopActions actions_;
     OpenedUrls opened_;
 };
 

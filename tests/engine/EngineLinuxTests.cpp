@@ -16,9 +16,9 @@
 #include "SpawnedProcess.h"
 #include "TempDir.h"
 #include "engine/UninstallEngine.h"
+#include "platform/InstalledAppVerifier.h"
+#include "platform/WorkspaceProcessControl.h"
 #include "platform/linux/FilePreferencesAccess.h"
-#include "platform/linux/InstalledAppVerifier.h"
-#include "platform/linux/WorkspaceProcessControl.h"
 #include "target/InventoryBuilder.h"
 
 using engine::ItemOutcome;
@@ -39,7 +39,7 @@ const std::string kId = "io.tavio.Tavio.test" + std::to_string(::getpid());
 constexpr const char* kHostID = "0123456789abcdef0123456789abcdef";
 
 class EngineLinuxTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { plant(); }
 
     void plant() {
@@ -81,7 +81,9 @@ protected:
                 std::vector<platform::PreferencesHost>{platform::PreferencesHost::anyHost,
                                                        platform::PreferencesHost::currentHost},
                 kHostID, uid),
-            std::make_shared<platform::InstalledAppVerifier>(), timeout, 50ms};
+            std::make_shared<platform::InstalledAppVerifier>(),
+            timeout,
+            50ms};
     }
 
     Inventory scan(const UninstallEngine& e) const {
@@ -106,8 +108,8 @@ protected:
         const auto check = footprint::checkCanaries(home(), apps(), manifest());
         ASSERT_TRUE(std::holds_alternative<footprint::CanaryCheck>(check));
         const auto& result = std::get<footprint::CanaryCheck>(check);
-        EXPECT_TRUE(result.passed()) << "missing " << result.missing.size() << ", changed "
-                                     << result.changed.size();
+        EXPECT_TRUE(result.passed())
+            << "missing " << result.missing.size() << ", changed " << result.changed.size();
     }
 
     void recordEvents(const UninstallEvent& event) {
@@ -169,7 +171,8 @@ TEST_F(EngineLinuxTest, CancelledDuringTheWaitChangesNothing) {
         std::this_thread::sleep_for(200ms);
         stop.request_stop();
     });
-    const UninstallReport report = e.run(inventory, [](const UninstallEvent&) {}, stop.get_token());
+    const UninstallReport report = e.run(
+        inventory, [](const UninstallEvent&) {}, stop.get_token());
     canceller.join();
     EXPECT_EQ(report, (UninstallReport{UninstallOutcome::cancelled, {}}));
     EXPECT_EQ(countEntries(temp_.path()), entries);

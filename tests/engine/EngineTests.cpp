@@ -38,7 +38,7 @@ constexpr const char* kId = "io.tavio.Tavio";
 // One engine over a temporary home with scripted adapters, and the events it
 // sent, written as short strings in the order they came.
 class EngineTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         makeDirectories(home());
         makeDirectories(apps());
@@ -225,16 +225,20 @@ TEST_F(EngineTest, PollSleepEndsEarlyOnAStopRequest) {
         stop.request_stop();
     });
     const auto start = std::chrono::steady_clock::now();
-    const UninstallReport report = slow.run(scan(), [](const UninstallEvent&) {}, stop.get_token());
+    const UninstallReport report = slow.run(
+        scan(), [](const UninstallEvent&) {}, stop.get_token());
     stopper.join();
     EXPECT_EQ(report.outcome, UninstallOutcome::cancelled);
     EXPECT_LT(std::chrono::steady_clock::now() - start, 30s);
 }
 
 TEST_F(EngineTest, SkippedItemIsReportedSkippedAndMakesTheRunIncomplete) {
-    const InventoryItem skipped{"tree:/x", target::ItemCategory::cache,
-                                target::ItemTarget::tree(library(), {"Caches", kId}, true), "/x",
-                                "/x", ItemState::skipped("x")};
+    const InventoryItem skipped{"tree:/x",
+                                target::ItemCategory::cache,
+                                target::ItemTarget::tree(library(), {"Caches", kId}, true),
+                                "/x",
+                                "/x",
+                                ItemState::skipped("x")};
     const UninstallReport report = run(Inventory{{skipped}, "alice"});
     EXPECT_EQ(events_, (std::vector<std::string>{"removing tree:/x", "finished tree:/x skipped"}));
     EXPECT_EQ(report.outcome, UninstallOutcome::incomplete);
@@ -262,17 +266,19 @@ TEST_F(EngineTest, DomainThatKeepsItsValuesIsReportedAsReappearedAfterItsEventSa
     preferences_->keepValuesOnRemove();
     const UninstallReport report = run(scan());
     EXPECT_EQ(events_[1], std::string("finished prefs:") + kId + " removed");
-    EXPECT_EQ(report.results[0].outcome,
-              ItemOutcome::failed({{kId, RemovalReason::reappeared()}}));
+    EXPECT_EQ(report.results[0].outcome, ItemOutcome::failed({{kId, RemovalReason::reappeared()}}));
     EXPECT_EQ(report.outcome, UninstallOutcome::incomplete);
 }
 
 TEST_F(EngineTest, PresentAppBundleWithoutIdentityFailsAndIsNotTouched) {
     makeDirectories(apps() + "/Tavio.app/Contents");
     const std::string path = apps() + "/Tavio.app";
-    const InventoryItem app{"app:" + path, target::ItemCategory::app,
-                            target::ItemTarget::appBundle(apps(), "Tavio.app", std::nullopt), path,
-                            path, ItemState::present()};
+    const InventoryItem app{"app:" + path,
+                            target::ItemCategory::app,
+                            target::ItemTarget::appBundle(apps(), "Tavio.app", std::nullopt),
+                            path,
+                            path,
+                            ItemState::present()};
     const UninstallReport report = run(Inventory{{app}, "alice"});
     EXPECT_EQ(report.results[0].outcome,
               ItemOutcome::failed({{path, RemovalReason::changedSinceVerification()}}));
@@ -342,8 +348,9 @@ TEST_F(EngineTest, TavioStartedAgainLeavesTheRemainingItemsInPlace) {
         if (result.item.state == ItemState::absent()) {
             EXPECT_EQ(result.outcome, ItemOutcome::alreadyAbsent()) << result.item.id;
         } else {
-            EXPECT_EQ(result.outcome, ItemOutcome::failed({{result.item.path,
-                                                            RemovalReason::applicationRunning()}}))
+            EXPECT_EQ(
+                result.outcome,
+                ItemOutcome::failed({{result.item.path, RemovalReason::applicationRunning()}}))
                 << result.item.id;
         }
     }

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "base/Text.h"
 #include "engine/UninstallReport.h"
-#include "removal/Text.h"
 
 using engine::ItemOutcome;
 using engine::ItemResult;
@@ -44,14 +44,13 @@ TEST(UninstallReport, ThreeFailuresGiveThreeRemainingPathsInOrderWithTheirOwnSen
 TEST(UninstallReport, SkippedGivesOneRemainingPathWithTheTextUnchanged) {
     const UninstallReport report{UninstallOutcome::incomplete,
                                  {{item("/home/u/b"), ItemOutcome::skipped("Skipped: “x” …")}}};
-    EXPECT_EQ(report.remaining(),
-              (std::vector<RemainingPath>{{"/home/u/b", "Skipped: “x” …"}}));
+    EXPECT_EQ(report.remaining(), (std::vector<RemainingPath>{{"/home/u/b", "Skipped: “x” …"}}));
 }
 
 TEST(UninstallReport, LinksRemovedCountAsDoneButNotAsAbsent) {
-    const UninstallReport report{UninstallOutcome::completed,
-                                 {{item("/a"), ItemOutcome::linkRemoved()},
-                                  {item("/b"), ItemOutcome::linkRemoved()}}};
+    const UninstallReport report{
+        UninstallOutcome::completed,
+        {{item("/a"), ItemOutcome::linkRemoved()}, {item("/b"), ItemOutcome::linkRemoved()}}};
     EXPECT_EQ(report.alreadyAbsentCount(), 0);
     EXPECT_TRUE(report.remaining().empty());
 }
@@ -73,14 +72,14 @@ TEST(UninstallReport, RemainingUsesTheFullPathNeverTheDisplayPath) {
 }
 
 TEST(UninstallReport, RemainingReasonsFollowTheInstalledTextLookup) {
-    removal::setTextLookup([](std::string_view english) {
+    base::setTextLookup([](std::string_view english) {
         return english == "Permission denied" ? std::string("Zugriff verweigert") : std::string();
     });
     const UninstallReport report{
         UninstallOutcome::incomplete,
         {{item("/a"), ItemOutcome::failed({{"/a", RemovalReason::permissionDenied()}})}}};
     EXPECT_EQ(report.remaining()[0].reason, "Zugriff verweigert");
-    removal::setTextLookup(nullptr);
+    base::setTextLookup(nullptr);
 }
 
 TEST(ItemOutcome, DoneAndNotDoneOutcomes) {

@@ -16,9 +16,9 @@
 #include "DescriptorCheck.h"
 #include "Footprint.h"
 #include "SpawnedProcess.h"
+#include "platform/InstalledAppVerifier.h"
+#include "platform/WorkspaceProcessControl.h"
 #include "platform/linux/FilePreferencesAccess.h"
-#include "platform/linux/InstalledAppVerifier.h"
-#include "platform/linux/WorkspaceProcessControl.h"
 #include "target/InventoryBuilder.h"
 
 namespace faulttest {

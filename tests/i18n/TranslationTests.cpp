@@ -20,8 +20,8 @@
 #include "app/ApplicationShell.h"
 #include "app/Translations.h"
 #include "app/UninstallerModel.h"
+#include "base/Text.h"
 #include "removal/RemovalReason.h"
-#include "removal/Text.h"
 #include "target/AppVerificationProblem.h"
 
 Q_IMPORT_QML_PLUGIN(UninstallTavioPlugin)
@@ -202,7 +202,7 @@ void TranslationTests::initTestCase() {
 }
 
 void TranslationTests::cleanupTestCase() {
-    removal::setTextLookup({});
+    base::setTextLookup({});
     QCoreApplication::removeTranslator(&translator_);
 }
 
@@ -219,7 +219,7 @@ void TranslationTests::theCoreTextListIsWhatTheCoreAsksFor() {
     }
 
     std::set<std::string> asked;
-    removal::setTextLookup([&asked](std::string_view english) {
+    base::setTextLookup([&asked](std::string_view english) {
         asked.emplace(english);
         return std::string(english);
     });
@@ -229,7 +229,7 @@ void TranslationTests::theCoreTextListIsWhatTheCoreAsksFor() {
     for (const AppVerificationProblem& problem : everyProblem()) {
         (void)problem.explanation();
     }
-    removal::setTextLookup({});
+    base::setTextLookup({});
 
     std::set<std::string> listed;
     for (const char* text : app::coreTexts()) {
@@ -303,7 +303,7 @@ void TranslationTests::noTextNamesTheMacOrTheFinder() {
         }
         QCoreApplication::removeTranslator(&translator);
     }
-    removal::setTextLookup({});
+    base::setTextLookup({});
     QVERIFY(QCoreApplication::installTranslator(&translator_));
 }
 
@@ -315,7 +315,7 @@ void TranslationTests::theCoreSpeaksGerman() {
              QStringLiteral("Systemfehler -1"));
     QCOMPARE(QString::fromStdString(RemovalReason::other("as it is").explanation()),
              QStringLiteral("as it is"));
-    removal::setTextLookup({});
+    base::setTextLookup({});
     QCOMPARE(QString::fromStdString(RemovalReason::permissionDenied().explanation()),
              QStringLiteral("Permission denied"));
 }
@@ -354,7 +354,7 @@ void TranslationTests::theWindowSpeaksGerman() {
         QCOMPARE(window->title(), QStringLiteral("Tavio deinstallieren"));
         collectTexts(window->contentItem(), texts);
     }
-    removal::setTextLookup({});
+    base::setTextLookup({});
 
     const QString all = texts.join(QLatin1Char('\n'));
     for (const QString& expected : {

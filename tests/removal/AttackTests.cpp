@@ -22,17 +22,18 @@ using AttackTest = RemovalTest;
 TEST_F(AttackTest, AnchorLinkedToTheCanariesIsRefused) {
     makeLink(outside(), temp_ / "evil-anchor");
     const SafeRemover linked{temp_ / "evil-anchor", ::getuid(), true};
-    EXPECT_EQ(linked.remove({"canary0"}),
-              RemovalOutcome::failed({{temp_ / "evil-anchor", RemovalReason::symbolicLinkInPath()}}));
+    EXPECT_EQ(
+        linked.remove({"canary0"}),
+        RemovalOutcome::failed({{temp_ / "evil-anchor", RemovalReason::symbolicLinkInPath()}}));
     expectCanariesIntact();
 }
 
 TEST_F(AttackTest, IntermediateLinkToTheCanariesIsRefused) {
     makeDirectories(at("Library"));
     makeLink(temp_.path(), at("Library/Caches"));
-    EXPECT_EQ(remover().remove({"Library", "Caches", "outside"}),
-              RemovalOutcome::failed(
-                  {{at("Library/Caches"), RemovalReason::symbolicLinkInPath()}}));
+    EXPECT_EQ(
+        remover().remove({"Library", "Caches", "outside"}),
+        RemovalOutcome::failed({{at("Library/Caches"), RemovalReason::symbolicLinkInPath()}}));
     expectCanariesIntact();
 }
 
@@ -104,8 +105,8 @@ TEST_F(AttackTest, ConcurrentSwappingOfAFolderAndALinkNeverReachesTheVictim) {
     std::thread attacker([&] {
         while (!stop.load()) {
             const std::lock_guard<std::mutex> hold(swapping);
-            if (attacking.load() && ::renameat2(AT_FDCWD, (item + "/d").c_str(), AT_FDCWD, (item + "/l").c_str(),
-                            RENAME_EXCHANGE) == 0) {
+            if (attacking.load() && ::renameat2(AT_FDCWD, (item + "/d").c_str(), AT_FDCWD,
+                                                (item + "/l").c_str(), RENAME_EXCHANGE) == 0) {
                 swaps.fetch_add(1);
             }
         }

@@ -14,7 +14,7 @@ constexpr uid_t kUnprivileged = 65534;  // nobody
 // Root may delete anything, so these tests build the tree as root and then
 // remove it from a child that has dropped to an unprivileged user.
 class PermissionTest : public RemovalTest {
-protected:
+  protected:
     void SetUp() override {
         RemovalTest::SetUp();
         if (::getuid() != 0) {
@@ -71,8 +71,7 @@ TEST_F(PermissionTest, FileInAFolderOfAnotherUserIsPermissionDenied) {
     writeFile(at("file"), "f");
     giveToUnprivileged(at("file"));
     // The anchor is root's: walking it is refused first.
-    EXPECT_EQ(removeAsUnprivileged({"file"}),
-              "failed[" + anchor() + " notOwnedByCurrentUser]");
+    EXPECT_EQ(removeAsUnprivileged({"file"}), "failed[" + anchor() + " notOwnedByCurrentUser]");
     giveToUnprivileged(anchor());
     ASSERT_EQ(::chmod(anchor().c_str(), 0555), 0);
     EXPECT_EQ(removeAsUnprivileged({"file"}), "failed[" + at("file") + " permissionDenied]");

@@ -14,7 +14,7 @@
 // A fresh temporary folder with an anchor "anchor" in it and a canary folder
 // "outside" beside it, whose files must survive every test unchanged.
 class RemovalTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         testsupport::makeDirectories(anchor());
         testsupport::makeDirectories(outside());
@@ -49,11 +49,11 @@ protected:
 
 // Changes the owner of a path, or skips the test where that is not allowed
 // (tests run as root in CI; a developer's account may not chown).
-#define CHOWN_OR_SKIP(path, uid)                                                   \
-    do {                                                                           \
-        if (::lchown((path).c_str(), (uid), static_cast<gid_t>(-1)) != 0) {        \
-            GTEST_SKIP() << "cannot change owners here (not root): " << (path);    \
-        }                                                                          \
+#define CHOWN_OR_SKIP(path, uid)                                                \
+    do {                                                                        \
+        if (::lchown((path).c_str(), (uid), static_cast<gid_t>(-1)) != 0) {     \
+            GTEST_SKIP() << "cannot change owners here (not root): " << (path); \
+        }                                                                       \
     } while (false)
 
 inline constexpr uid_t kOtherUser = 54321;

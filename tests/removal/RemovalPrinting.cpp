@@ -6,17 +6,28 @@ namespace {
 const char* kindName(RemovalReason::Kind kind) {
     using Kind = RemovalReason::Kind;
     switch (kind) {
-        case Kind::other: return "other";
-        case Kind::system: return "system";
-        case Kind::permissionDenied: return "permissionDenied";
-        case Kind::symbolicLinkInPath: return "symbolicLinkInPath";
-        case Kind::notOwnedByCurrentUser: return "notOwnedByCurrentUser";
-        case Kind::crossesVolume: return "crossesVolume";
-        case Kind::changedSinceVerification: return "changedSinceVerification";
-        case Kind::tooDeep: return "tooDeep";
-        case Kind::applicationRunning: return "applicationRunning";
-        case Kind::reappeared: return "reappeared";
-        case Kind::notADirectory: return "notADirectory";
+        case Kind::other:
+            return "other";
+        case Kind::system:
+            return "system";
+        case Kind::permissionDenied:
+            return "permissionDenied";
+        case Kind::symbolicLinkInPath:
+            return "symbolicLinkInPath";
+        case Kind::notOwnedByCurrentUser:
+            return "notOwnedByCurrentUser";
+        case Kind::crossesVolume:
+            return "crossesVolume";
+        case Kind::changedSinceVerification:
+            return "changedSinceVerification";
+        case Kind::tooDeep:
+            return "tooDeep";
+        case Kind::applicationRunning:
+            return "applicationRunning";
+        case Kind::reappeared:
+            return "reappeared";
+        case Kind::notADirectory:
+            return "notADirectory";
     }
     return "?";
 }
@@ -39,10 +50,14 @@ std::string describe(const RemovalFailure& failure) {
 
 std::string describe(const RemovalOutcome& outcome) {
     switch (outcome.kind()) {
-        case RemovalOutcome::Kind::removed: return "removed";
-        case RemovalOutcome::Kind::alreadyAbsent: return "alreadyAbsent";
-        case RemovalOutcome::Kind::linkRemoved: return "linkRemoved";
-        case RemovalOutcome::Kind::failed: break;
+        case RemovalOutcome::Kind::removed:
+            return "removed";
+        case RemovalOutcome::Kind::alreadyAbsent:
+            return "alreadyAbsent";
+        case RemovalOutcome::Kind::linkRemoved:
+            return "linkRemoved";
+        case RemovalOutcome::Kind::failed:
+            break;
     }
     std::string text = "failed[";
     for (std::size_t i = 0; i < outcome.failures().size(); ++i) {
@@ -53,9 +68,12 @@ std::string describe(const RemovalOutcome& outcome) {
 
 std::string describe(const Presence& presence) {
     switch (presence.kind()) {
-        case Presence::Kind::present: return "present";
-        case Presence::Kind::absent: return "absent";
-        case Presence::Kind::unknown: break;
+        case Presence::Kind::present:
+            return "present";
+        case Presence::Kind::absent:
+            return "absent";
+        case Presence::Kind::unknown:
+            break;
     }
     return "unknown(" + describe(*presence.reason()) + ")";
 }

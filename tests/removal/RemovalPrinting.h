@@ -15,9 +15,17 @@ std::string describe(const RemovalFailure& failure);
 std::string describe(const RemovalOutcome& outcome);
 std::string describe(const Presence& presence);
 
-inline void PrintTo(const RemovalReason& value, std::ostream* out) { *out << describe(value); }
-inline void PrintTo(const RemovalFailure& value, std::ostream* out) { *out << describe(value); }
-inline void PrintTo(const RemovalOutcome& value, std::ostream* out) { *out << describe(value); }
-inline void PrintTo(const Presence& value, std::ostream* out) { *out << describe(value); }
+inline void PrintTo(const RemovalReason& value, std::ostream* out) {
+    *out << describe(value);
+}
+inline void PrintTo(const RemovalFailure& value, std::ostream* out) {
+    *out << describe(value);
+}
+inline void PrintTo(const RemovalOutcome& value, std::ostream* out) {
+    *out << describe(value);
+}
+inline void PrintTo(const Presence& value, std::ostream* out) {
+    *out << describe(value);
+}
 
 }  // namespace removal

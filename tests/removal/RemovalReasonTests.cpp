@@ -3,18 +3,18 @@
 #include <cerrno>
 
 #include "RemovalPrinting.h"
+#include "base/Text.h"
 #include "removal/RemovalOutcome.h"
-#include "removal/Text.h"
 
+using removal::reasonForErrno;
 using removal::RemovalFailure;
 using removal::RemovalReason;
-using removal::reasonForErrno;
 
 namespace {
 
 class TextLookupReset : public ::testing::Test {
-protected:
-    void TearDown() override { removal::setTextLookup(nullptr); }
+  protected:
+    void TearDown() override { base::setTextLookup(nullptr); }
 };
 
 TEST(ErrnoMapping, PermissionErrorsArePermissionDenied) {
@@ -68,7 +68,7 @@ TEST_F(TextLookupReset, OtherExplainsAsItsOwnTextEvenWhenEmpty) {
 
 TEST_F(TextLookupReset, ExplanationsPassThroughTheInstalledLookup) {
     std::vector<std::string> keys;
-    removal::setTextLookup([&keys](std::string_view english) {
+    base::setTextLookup([&keys](std::string_view english) {
         keys.emplace_back(english);
         if (english == "System error %d") {
             return std::string("Systemfehler %d");
@@ -86,7 +86,7 @@ TEST_F(TextLookupReset, ExplanationsPassThroughTheInstalledLookup) {
 
 TEST_F(TextLookupReset, OtherIsNeverLookedUp) {
     bool asked = false;
-    removal::setTextLookup([&asked](std::string_view) {
+    base::setTextLookup([&asked](std::string_view) {
         asked = true;
         return std::string("translated");
     });

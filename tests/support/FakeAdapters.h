@@ -17,7 +17,7 @@
 namespace testsupport {
 
 class FakePreferences : public target::PreferencesAccess {
-public:
+  public:
     bool hasValues(const std::string& domain) const override {
         const std::lock_guard<std::mutex> lock(mutex_);
         calls_.push_back("hasValues " + domain);
@@ -43,7 +43,7 @@ public:
         return calls_;
     }
 
-private:
+  private:
     mutable std::mutex mutex_;
     mutable std::map<std::string, bool> values_;
     mutable std::vector<std::string> calls_;
@@ -51,9 +51,10 @@ private:
 };
 
 class FakeVerifier : public target::AppVerifying {
-public:
+  public:
     std::optional<target::AppVerificationProblem> verify(
-        const std::string& bundlePath, const std::string& expectedIdentifier) const override {
+        const std::string& bundlePath,
+        const std::string& expectedIdentifier) const override {
         const std::lock_guard<std::mutex> lock(mutex_);
         calls_.push_back(bundlePath + " " + expectedIdentifier);
         const auto found = problems_.find(bundlePath);
@@ -69,7 +70,7 @@ public:
         return calls_;
     }
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::map<std::string, std::optional<target::AppVerificationProblem>> problems_;
     mutable std::vector<std::string> calls_;
@@ -78,7 +79,7 @@ private:
 // isRunning() answers from a script, one answer per call; the last answer
 // repeats. A hook may run on each call (to request a stop, say).
 class FakeProcesses : public target::ProcessControlling {
-public:
+  public:
     explicit FakeProcesses(std::vector<bool> script = {false}) : script_(std::move(script)) {}
 
     bool isRunning() const override {
@@ -119,7 +120,7 @@ public:
         return requestQuitCalls_;
     }
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::vector<bool> script_;
     mutable int isRunningCalls_ = 0;

@@ -53,11 +53,13 @@ void makeDirectories(const std::string& path, mode_t mode) {
 }
 
 void writeFile(const std::string& path, const std::string& content, mode_t mode) {
-    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, mode);
+    const int fd =
+        ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, mode);
     if (fd < 0) {
         fail("open", path);
     }
-    const bool ok = ::write(fd, content.data(), content.size()) == static_cast<ssize_t>(content.size());
+    const bool ok =
+        ::write(fd, content.data(), content.size()) == static_cast<ssize_t>(content.size());
     ::close(fd);
     if (!ok) {
         fail("write", path);

@@ -12,7 +12,7 @@ namespace testsupport {
 // content when the test ends. Removal uses `rm -rf`-like code of its own, not
 // the code under test, so a broken removal cannot hide its own traces.
 class TempDir {
-public:
+  public:
     TempDir();
     ~TempDir();
     TempDir(const TempDir&) = delete;
@@ -21,7 +21,7 @@ public:
     const std::string& path() const { return path_; }
     std::string operator/(const std::string& relative) const { return path_ + "/" + relative; }
 
-private:
+  private:
     std::string path_;
 };
 
@@ -36,8 +36,8 @@ bool exists(const std::string& path);  // without following a final link
 bool isDirectory(const std::string& path);
 bool isLink(const std::string& path);
 std::vector<std::string> listNames(const std::string& path);  // sorted, without . and ..
-std::size_t countEntries(const std::string& path);           // recursive, not following links
-void removeAll(const std::string& path);                     // test clean-up only
+std::size_t countEntries(const std::string& path);            // recursive, not following links
+void removeAll(const std::string& path);                      // test clean-up only
 
 // Makes a tree of `depth` nested folders named "d" below `top` (top itself is
 // depth 0) with a file "f" beside each nested folder. Returns the deepest path.

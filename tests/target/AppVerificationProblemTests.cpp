@@ -1,8 +1,7 @@
-#include "target/AppVerificationProblem.h"
-
 #include <gtest/gtest.h>
 
-#include "removal/Text.h"
+#include "base/Text.h"
+#include "target/AppVerificationProblem.h"
 
 namespace {
 
@@ -21,9 +20,9 @@ TEST(AppVerificationProblemTest, EachCaseHasItsSentence) {
 }
 
 TEST(AppVerificationProblemTest, SentencesGoThroughTheInstalledTextLookup) {
-    removal::setTextLookup([](std::string_view english) { return "[" + std::string(english) + "]"; });
+    base::setTextLookup([](std::string_view english) { return "[" + std::string(english) + "]"; });
     const std::string text = AppVerificationProblem::notAnAppBundle().explanation();
-    removal::setTextLookup({});
+    base::setTextLookup({});
     EXPECT_EQ(text, "[Not an app bundle]");
 }
 

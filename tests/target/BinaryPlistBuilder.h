@@ -11,7 +11,7 @@ namespace testplist {
 // themselves, offsets into the trailer. References are two bytes, offsets
 // four, unless a test changes the trailer afterwards.
 class BinaryPlistBuilder {
-public:
+  public:
     // Each returns the new object's index.
     std::uint16_t add(std::string encoded) {
         objects_.push_back(std::move(encoded));
@@ -58,7 +58,7 @@ public:
         return out;
     }
 
-private:
+  private:
     static std::string marker(unsigned type, std::size_t count) {
         if (count < 15) {
             return std::string(1, static_cast<char>(type | count));

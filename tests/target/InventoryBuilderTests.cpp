@@ -22,7 +22,7 @@ constexpr const char* kId = "io.tavio.Tavio";
 // A temporary home with its own two application folders: a stand-in for
 // /Applications outside the home, and the home's own Applications.
 class InventoryBuilderTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         makeDirectories(home());
         makeDirectories(systemApps());
@@ -96,8 +96,9 @@ TEST_F(InventoryBuilderTest, ItemsHaveTheirCategoriesTargetsAndDisplayPaths) {
     EXPECT_EQ(prefs.path, kId);
     EXPECT_EQ(prefs.displayPath, std::string(kId) + " preferences");
     const InventoryItem& torrents = inventory.items[2];
-    EXPECT_EQ(torrents.target,
-              ItemTarget::tree(library(), {"Application Support", kId, "History", "Torrents"}, true));
+    EXPECT_EQ(
+        torrents.target,
+        ItemTarget::tree(library(), {"Application Support", kId, "History", "Torrents"}, true));
     EXPECT_EQ(torrents.displayPath,
               std::string("~/Library/Application Support/") + kId + "/History/Torrents");
     const InventoryItem& logs = inventory.items[7];
@@ -188,9 +189,8 @@ TEST_F(InventoryBuilderTest, RefusedCopyAndVerifiedCopyGiveTwoAppItemsAndNoPlace
     EXPECT_EQ(apps[1].displayPath, "~/Applications/Tavio.app");
     struct stat st {};
     ASSERT_EQ(::stat((home() + "/Applications/Tavio.app").c_str(), &st), 0);
-    EXPECT_EQ(apps[1].target,
-              ItemTarget::appBundle(home() + "/Applications", "Tavio.app",
-                                    removal::FileIdentity{st.st_dev, st.st_ino}));
+    EXPECT_EQ(apps[1].target, ItemTarget::appBundle(home() + "/Applications", "Tavio.app",
+                                                    removal::FileIdentity{st.st_dev, st.st_ino}));
     EXPECT_EQ(verifier_->calls(),
               (std::vector<std::string>{systemApps() + "/Tavio.app " + kId,
                                         home() + "/Applications/Tavio.app " + kId}));

@@ -1,8 +1,8 @@
-#include "target/Inventory.h"
-
 #include <gtest/gtest.h>
 
 #include <vector>
+
+#include "target/Inventory.h"
 
 namespace {
 
@@ -22,7 +22,8 @@ InventoryItem treeItem(const std::string& name, ItemCategory category, ItemState
                          std::move(state)};
 }
 
-InventoryItem appItem(const std::string& folder, ItemState state,
+InventoryItem appItem(const std::string& folder,
+                      ItemState state,
                       std::optional<removal::FileIdentity> identity = std::nullopt) {
     const std::string path = folder + "/Tavio.app";
     return InventoryItem{"app:" + path,
@@ -49,11 +50,11 @@ TEST(ItemCategoryTest, AllCasesAreInDisplayOrder) {
 }
 
 TEST(InventoryTest, OnlyAbsentAndSkippedItemsMeanNothingIsRemovable) {
-    const Inventory inventory{{treeItem("Caches", ItemCategory::cache, ItemState::absent()),
-                               treeItem("Logs", ItemCategory::logsAndState,
-                                        ItemState::skipped("Permission denied")),
-                               appItem("/Applications", ItemState::absent())},
-                              "alice"};
+    const Inventory inventory{
+        {treeItem("Caches", ItemCategory::cache, ItemState::absent()),
+         treeItem("Logs", ItemCategory::logsAndState, ItemState::skipped("Permission denied")),
+         appItem("/Applications", ItemState::absent())},
+        "alice"};
     EXPECT_TRUE(inventory.removableItems().empty());
 }
 
@@ -63,9 +64,9 @@ TEST(InventoryTest, RemovableItemsAreThePresentOnesInInventoryOrder) {
                                treeItem("C", ItemCategory::history, ItemState::present()),
                                treeItem("D", ItemCategory::history, ItemState::skipped("x"))},
                               "alice"};
-    EXPECT_EQ(idsOf(inventory.removableItems()),
-              (std::vector<std::string>{"tree:/Users/alice/Library/A",
-                                        "tree:/Users/alice/Library/C"}));
+    EXPECT_EQ(
+        idsOf(inventory.removableItems()),
+        (std::vector<std::string>{"tree:/Users/alice/Library/A", "tree:/Users/alice/Library/C"}));
 }
 
 TEST(InventoryTest, ItemsInAppGivesBothCopiesInApplicationFolderOrder) {
@@ -122,7 +123,8 @@ TEST(ItemTargetTest, AppTargetsCompareTheirIdentities) {
 }
 
 TEST(ItemTargetTest, TreeTargetsCompareComponentsAndTheOwnedFlag) {
-    const ItemTarget a = ItemTarget::tree("/Users/alice/Library", {"Caches", "io.tavio.Tavio"}, true);
+    const ItemTarget a =
+        ItemTarget::tree("/Users/alice/Library", {"Caches", "io.tavio.Tavio"}, true);
     EXPECT_EQ(a, ItemTarget::tree("/Users/alice/Library", {"Caches", "io.tavio.Tavio"}, true));
     EXPECT_NE(a, ItemTarget::tree("/Users/alice/Library", {"Caches", "io.tavio.Tavio"}, false));
     EXPECT_NE(a, ItemTarget::tree("/Users/alice/Library", {"io.tavio.Tavio", "Caches"}, true));
@@ -133,10 +135,8 @@ TEST(ItemTargetTest, TreeTargetsCompareComponentsAndTheOwnedFlag) {
 TEST(ItemTargetTest, TargetsOfDifferentCasesAreNotEqual) {
     EXPECT_NE(ItemTarget::tree("/Applications", {"Tavio.app"}, false),
               ItemTarget::appBundle("/Applications", "Tavio.app", std::nullopt));
-    EXPECT_NE(ItemTarget::preferences("io.tavio.Tavio"),
-              ItemTarget::preferences("io.tavio.Beta"));
-    EXPECT_EQ(ItemTarget::preferences("io.tavio.Tavio"),
-              ItemTarget::preferences("io.tavio.Tavio"));
+    EXPECT_NE(ItemTarget::preferences("io.tavio.Tavio"), ItemTarget::preferences("io.tavio.Beta"));
+    EXPECT_EQ(ItemTarget::preferences("io.tavio.Tavio"), ItemTarget::preferences("io.tavio.Tavio"));
 }
 
 TEST(ItemStateTest, SkippedWithReasonAIsNotSkippedWithReasonB) {

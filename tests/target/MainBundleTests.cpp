@@ -1,5 +1,3 @@
-#include "target/MainBundle.h"
-
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,6 +7,7 @@
 #include "ChildProcess.h"
 #include "PlistText.h"
 #include "TempDir.h"
+#include "target/MainBundle.h"
 
 namespace {
 
@@ -43,7 +42,7 @@ TEST(MainBundlePathTest, AnUnknownOrRelativeProgramPathHasNoInfoPlist) {
 }
 
 class MainBundleTest : public ::testing::Test {
-protected:
+  protected:
     std::string lookUp(const std::string& key) const {
         return MainBundle::load(path()).targetString(key, "fallback");
     }
@@ -81,9 +80,9 @@ TEST_F(MainBundleTest, AMissingKeyFallsBack) {
 }
 
 TEST_F(MainBundleTest, ABinaryListIsRead) {
-    testsupport::writeFile(path(), testplist::binary(testplist::xml(
-                                       "<dict><key>TavioTargetBundleIdentifier</key>"
-                                       "<string>org.example.Beta</string></dict>")));
+    testsupport::writeFile(
+        path(), testplist::binary(testplist::xml("<dict><key>TavioTargetBundleIdentifier</key>"
+                                                 "<string>org.example.Beta</string></dict>")));
     EXPECT_EQ(lookUp("TavioTargetBundleIdentifier"), "org.example.Beta");
 }
 

@@ -1,6 +1,6 @@
-#include "target/Paths.h"
-
 #include <gtest/gtest.h>
+
+#include "target/Paths.h"
 
 namespace {
 

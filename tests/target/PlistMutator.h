@@ -13,7 +13,7 @@ namespace testplist {
 // same seed always gives the same inputs, on every machine (the engine is
 // fully specified, and no standard distribution is used).
 class PlistMutator {
-public:
+  public:
     explicit PlistMutator(std::uint64_t seed) : engine_(seed) {}
 
     std::uint64_t below(std::uint64_t bound) { return bound == 0 ? 0 : engine_() % bound; }
@@ -21,14 +21,22 @@ public:
     // One mutation of `input`, chosen at random; `other` feeds splicing.
     std::string mutate(const std::string& input, const std::string& other) {
         switch (below(8)) {
-            case 0: return flipBits(input);
-            case 1: return input.substr(0, below(input.size() + 1));
-            case 2: return overwriteBytes(input);
-            case 3: return insertTokens(input);
-            case 4: return input.rfind("bplist00", 0) == 0 ? damageTrailer(input) : insertTokens(input);
-            case 5: return input.rfind("bplist00", 0) == 0 ? damageOffsets(input) : flipBits(input);
-            case 6: return splice(input, other);
-            default: return eraseChunk(input);
+            case 0:
+                return flipBits(input);
+            case 1:
+                return input.substr(0, below(input.size() + 1));
+            case 2:
+                return overwriteBytes(input);
+            case 3:
+                return insertTokens(input);
+            case 4:
+                return input.rfind("bplist00", 0) == 0 ? damageTrailer(input) : insertTokens(input);
+            case 5:
+                return input.rfind("bplist00", 0) == 0 ? damageOffsets(input) : flipBits(input);
+            case 6:
+                return splice(input, other);
+            default:
+                return eraseChunk(input);
         }
     }
 
@@ -41,7 +49,7 @@ public:
 
     std::string overwriteBytes(std::string s) {
         static const unsigned char kInteresting[] = {0x00, 0x01, 0x0F, 0x10, 0x7F, 0x80, 0xA0,
-                                                     0xAF, 0xD0, 0xDF, 0xFF, '<', '>', '/'};
+                                                     0xAF, 0xD0, 0xDF, 0xFF, '<',  '>',  '/'};
         for (std::uint64_t n = 1 + below(4); n > 0 && !s.empty(); --n) {
             s[below(s.size())] = static_cast<char>(
                 below(2) == 0 ? kInteresting[below(sizeof kInteresting)] : below(256));
@@ -53,10 +61,13 @@ public:
     // quotes, declarations, repeated up to a few hundred times.
     std::string insertTokens(std::string s) {
         static const char* const kTokens[] = {
-            "<array>", "</array>", "<dict>", "</dict>", "<!--", "-->", "<![CDATA[", "]]>",
-            "<key>a</key>", "<string>", "</string>", "\"", "'", "<?", "?>", "<!DOCTYPE x [",
-            "]>", "<array/>", "<dict/>", "<dict x=\">\">", "< array>", "<ARRAY>", "<array x/>",
-            "<data>", "</data>", "<integer>", "<true/>", "&#0;", "&lt;", "\xC3\xA9", "\xFF"};
+            "<array>",       "</array>",  "<dict>",     "</dict>",      "<!--",
+            "-->",           "<![CDATA[", "]]>",        "<key>a</key>", "<string>",
+            "</string>",     "\"",        "'",          "<?",           "?>",
+            "<!DOCTYPE x [", "]>",        "<array/>",   "<dict/>",      "<dict x=\">\">",
+            "< array>",      "<ARRAY>",   "<array x/>", "<data>",       "</data>",
+            "<integer>",     "<true/>",   "&#0;",       "&lt;",         "\xC3\xA9",
+            "\xFF"};
         const std::string token = kTokens[below(sizeof kTokens / sizeof kTokens[0])];
         std::string run;
         for (std::uint64_t n = 1 + below(below(2) == 0 ? 4 : 400); n > 0; --n) {
@@ -108,7 +119,7 @@ public:
         return s;
     }
 
-private:
+  private:
     std::mt19937_64 engine_;
 };
 

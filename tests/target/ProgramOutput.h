@@ -36,7 +36,8 @@ inline std::optional<std::string> outputOf(const std::string& path,
     std::string output;
     char buffer[4096];
     ssize_t n = 0;
-    while (spawned == 0 && ((n = ::read(fds[0], buffer, sizeof buffer)) > 0 || (n < 0 && errno == EINTR))) {
+    while (spawned == 0 &&
+           ((n = ::read(fds[0], buffer, sizeof buffer)) > 0 || (n < 0 && errno == EINTR))) {
         if (n > 0) {
             output.append(buffer, static_cast<std::size_t>(n));
         }

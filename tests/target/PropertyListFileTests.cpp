@@ -11,7 +11,7 @@
 #include "ChildProcess.h"
 #include "PlistText.h"
 #include "TempDir.h"
-#include "removal/UniqueFd.h"
+#include "base/UniqueFd.h"
 #include "target/PropertyList.h"
 
 namespace {
@@ -23,9 +23,9 @@ const std::string kInfo =
     testplist::xml("<dict><key>CFBundleIdentifier</key><string>io.tavio.Tavio</string></dict>");
 
 class PropertyListFileTest : public ::testing::Test {
-protected:
-    removal::UniqueFd openFolder() const {
-        return removal::UniqueFd(::open(temp_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  protected:
+    base::UniqueFd openFolder() const {
+        return base::UniqueFd(::open(temp_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     }
 
     // The failure of reading `name`, or nothing when it was read.
@@ -86,7 +86,7 @@ TEST_F(PropertyListFileTest, AFifoIsRefusedWithoutBlocking) {
 }
 
 TEST_F(PropertyListFileTest, ASocketIsNotARegularFile) {
-    const removal::UniqueFd sock(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const base::UniqueFd sock(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     ASSERT_TRUE(sock);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -127,8 +127,8 @@ TEST_F(PropertyListFileTest, AFileTheUserMayNotReadIsUnreadable) {
 TEST_F(PropertyListFileTest, ReadingAPipeDescriptorIsRefused) {
     int fds[2];
     ASSERT_EQ(::pipe2(fds, O_CLOEXEC), 0);
-    const removal::UniqueFd readEnd(fds[0]);
-    const removal::UniqueFd writeEnd(fds[1]);
+    const base::UniqueFd readEnd(fds[0]);
+    const base::UniqueFd writeEnd(fds[1]);
     auto result = PropertyList::readFrom(readEnd.get());
     ASSERT_TRUE(std::holds_alternative<Failure>(result));
     EXPECT_EQ(std::get<Failure>(result), Failure::notARegularFile);

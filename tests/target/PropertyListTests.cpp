@@ -173,12 +173,11 @@ TEST(PropertyListTest, XmlThatIsNotValidUtf8IsNoValue) {
 }
 
 TEST(PropertyListTest, XmlWithMultibyteUtf8IsRead) {
-    const auto list = PropertyList::parse(testplist::xml(
-        "<dict><key>k</key><string>\xE2\x80\x9CTavio\xE2\x80\xA6\xE2\x80\x9D "
-        "\xF0\x9F\x8E\xAC</string></dict>"));
+    const auto list = PropertyList::parse(
+        testplist::xml("<dict><key>k</key><string>\xE2\x80\x9CTavio\xE2\x80\xA6\xE2\x80\x9D "
+                       "\xF0\x9F\x8E\xAC</string></dict>"));
     ASSERT_TRUE(list);
-    EXPECT_EQ(list->stringValue("k"),
-              "\xE2\x80\x9CTavio\xE2\x80\xA6\xE2\x80\x9D \xF0\x9F\x8E\xAC");
+    EXPECT_EQ(list->stringValue("k"), "\xE2\x80\x9CTavio\xE2\x80\xA6\xE2\x80\x9D \xF0\x9F\x8E\xAC");
 }
 
 TEST(PropertyListTest, ABinaryUtf16StringIsRead) {

@@ -1,5 +1,3 @@
-#include "target/UninstallContext.h"
-
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <unistd.h>
@@ -11,6 +9,7 @@
 #include "PlistText.h"
 #include "ProgramOutput.h"
 #include "TempDir.h"
+#include "target/UninstallContext.h"
 
 namespace {
 
@@ -20,11 +19,11 @@ using target::UserAccount;
 constexpr uid_t kUnknownUser = 54321;
 
 // A user id with no entry in the user database, or the test is skipped.
-#define REQUIRE_UNKNOWN_USER()                                                  \
-    do {                                                                        \
-        if (::getpwuid(kUnknownUser) != nullptr) {                              \
+#define REQUIRE_UNKNOWN_USER()                                                   \
+    do {                                                                         \
+        if (::getpwuid(kUnknownUser) != nullptr) {                               \
             GTEST_SKIP() << "user " << kUnknownUser << " exists on this system"; \
-        }                                                                       \
+        }                                                                        \
     } while (false)
 
 std::string describe(const UserAccount& account) {
@@ -130,8 +129,8 @@ TEST(UninstallContextTest, AProcessOfAnUnknownUserStillHasBothApplicationFolders
             return std::string("skip");
         }
         const UninstallContext context = UninstallContext::current();
-        std::string out = std::to_string(context.userID) + "|" + context.homeDirectory + "|" +
-                          context.userName;
+        std::string out =
+            std::to_string(context.userID) + "|" + context.homeDirectory + "|" + context.userName;
         for (const std::string& folder : context.applicationDirectories) {
             out += "|" + folder;
         }
@@ -167,7 +166,7 @@ TEST(UninstallContextTest, ContextsCompareFieldByField) {
 // The once-per-process values, seen from a copy of a small program placed in
 // a bundle layout with its own Info.plist.
 class BundledProbeTest : public ::testing::Test {
-protected:
+  protected:
     std::string install(const std::string& folder) {
         testsupport::makeDirectories(folder);
         const std::string program = folder + "/probe";
@@ -200,11 +199,10 @@ TEST_F(BundledProbeTest, TheKeysOfTheBundlesInfoPlistNameTheTarget) {
 
 TEST_F(BundledProbeTest, AnEmptyAppNameAndANumericIdentifierFallBack) {
     const std::string program = install(bundle() + "/Contents/MacOS");
-    testsupport::writeFile(
-        bundle() + "/Contents/Info.plist",
-        testplist::binary(testplist::xml(
-            "<dict><key>TavioTargetBundleIdentifier</key><integer>5</integer>"
-            "<key>TavioTargetAppName</key><string></string></dict>")));
+    testsupport::writeFile(bundle() + "/Contents/Info.plist",
+                           testplist::binary(testplist::xml(
+                               "<dict><key>TavioTargetBundleIdentifier</key><integer>5</integer>"
+                               "<key>TavioTargetAppName</key><string></string></dict>")));
     const auto output = testprogram::outputOf(program);
     ASSERT_TRUE(output);
     EXPECT_NE(output->find("bundleIdentifier=io.tavio.Tavio\n"), std::string::npos) << *output;

@@ -8,7 +8,7 @@
 #include "Files.h"
 #include "SpawnedProcess.h"
 #include "TempDir.h"
-#include "platform/linux/WorkspaceProcessControl.h"
+#include "platform/WorkspaceProcessControl.h"
 
 namespace {
 

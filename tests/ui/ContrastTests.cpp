@@ -13,13 +13,14 @@
 #include <algorithm>
 #include <memory>
 
-#include "ColorContrast.h"
-#include "ColorScheme.h"
 #include "RenderedScreen.h"
 #include "ScenarioWindow.h"
 #include "Scenarios.h"
+#include "app/ColorContrast.h"
+#include "app/ColorScheme.h"
 
 Q_IMPORT_QML_PLUGIN(UninstallTavioPlugin)
+Q_IMPORT_QML_PLUGIN(UninstallTavioAppPlugin)
 
 class ContrastTests : public QObject {
     Q_OBJECT

@@ -19,6 +19,7 @@
 #include "Scenarios.h"
 
 Q_IMPORT_QML_PLUGIN(UninstallTavioPlugin)
+Q_IMPORT_QML_PLUGIN(UninstallTavioAppPlugin)
 
 class LayoutTests : public QObject {
     Q_OBJECT

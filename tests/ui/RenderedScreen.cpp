@@ -4,7 +4,7 @@
 #include <QHash>
 #include <QUrl>
 
-#include "ColorContrast.h"
+#include "app/ColorContrast.h"
 
 namespace rendered {
 namespace {

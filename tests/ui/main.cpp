@@ -7,6 +7,7 @@
 #include <QQuickStyle>
 
 Q_IMPORT_QML_PLUGIN(UninstallTavioPlugin)
+Q_IMPORT_QML_PLUGIN(UninstallTavioAppPlugin)
 
 class Setup : public QObject {
     Q_OBJECT

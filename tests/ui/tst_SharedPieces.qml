@@ -3,6 +3,7 @@ import QtQuick.Controls
 import QtQuick.Layouts
 import QtTest
 import UninstallTavio
+import UninstallTavio.App
 
 // Header, Card, PathRow, the shared button and the symbol table.
 TestCase {

@@ -10,12 +10,12 @@
 #include <cstring>
 #include <filesystem>
 
-#include "removal/UniqueFd.h"
+#include "base/UniqueFd.h"
 
 namespace footprint {
 namespace {
 
-using removal::UniqueFd;
+using base::UniqueFd;
 
 std::string failure(const std::string& what, const std::string& path, int error) {
     return what + " " + path + ": " + std::strerror(error);

@@ -5,7 +5,7 @@
 #include <QQmlComponent>
 #include <cstdio>
 
-#include "ColorScheme.h"
+#include "app/ColorScheme.h"
 
 namespace {
 

@@ -23,6 +23,7 @@
 #include "Scenarios.h"
 
 Q_IMPORT_QML_PLUGIN(UninstallTavioPlugin)
+Q_IMPORT_QML_PLUGIN(UninstallTavioAppPlugin)
 
 namespace {
 

@@ -6,15 +6,14 @@
 #include <map>
 #include <utility>
 
+#include "base/SystemCalls.h"
+#include "base/UniqueFd.h"
 #include "platform/linux/BundleWalk.h"
 #include "platform/linux/FileDigest.h"
-#include "removal/SystemCalls.h"
-#include "removal/UniqueFd.h"
 
 namespace platform {
 namespace {
 
-constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
 const std::string kContents = "Contents";
 const std::string kSealPath = std::string(kSealFolder) + "/" + std::string(kSealFile);
 
@@ -24,8 +23,8 @@ struct Expected {
     std::optional<std::string> linkTarget;
 };
 
-removal::UniqueFd openFolder(int parentFD, const std::string& name) {
-    return removal::UniqueFd(sys::openat(parentFD, name.c_str(), kFolderFlags));
+base::UniqueFd openFolder(int parentFD, const std::string& name) {
+    return base::UniqueFd(sys::openFolderAt(parentFD, name.c_str()));
 }
 
 std::string asText(const Sha256& digest) {
@@ -55,7 +54,7 @@ std::optional<Expected> expectedFrom(plist_t value) {
 // the seal is missing, not a regular file, malformed or for another id.
 std::optional<std::map<std::string, Expected>> readSeal(int contentsFD,
                                                         const std::string& expectedIdentifier) {
-    const removal::UniqueFd sealFolder = openFolder(contentsFD, std::string(kSealFolder));
+    const base::UniqueFd sealFolder = openFolder(contentsFD, std::string(kSealFolder));
     if (!sealFolder) {
         return std::nullopt;
     }
@@ -69,22 +68,11 @@ std::optional<std::map<std::string, Expected>> readSeal(int contentsFD,
         return std::nullopt;
     }
     std::map<std::string, Expected> listed;
-    plist_dict_iter iterator = nullptr;
-    plist_dict_new_iter(files, &iterator);
     bool ok = true;
-    for (;;) {
-        char* key = nullptr;
-        plist_t value = nullptr;
-        plist_dict_next_item(files, iterator, &key, &value);
-        if (value == nullptr) {
-            std::free(key);
-            break;
-        }
+    target::PropertyList::forEachEntry(files, [&](const char* key, plist_t value) {
         const auto expected = expectedFrom(value);
         ok = ok && key != nullptr && expected && listed.emplace(key, *expected).second;
-        std::free(key);
-    }
-    std::free(iterator);
+    });
     return ok ? std::optional(std::move(listed)) : std::nullopt;
 }
 
@@ -126,11 +114,11 @@ bool sealIsValid(int bundleFD, int contentsFD, const std::string& expectedIdenti
 }
 
 bool sealIsValid(const std::string& bundlePath, const std::string& expectedIdentifier) {
-    const removal::UniqueFd bundle(sys::open(bundlePath.c_str(), kFolderFlags));
+    const base::UniqueFd bundle(sys::open(bundlePath.c_str(), sys::kFolderFlags));
     if (!bundle) {
         return false;
     }
-    const removal::UniqueFd contents = openFolder(bundle.get(), kContents);
+    const base::UniqueFd contents = openFolder(bundle.get(), kContents);
     return contents && sealIsValid(bundle.get(), contents.get(), expectedIdentifier);
 }
 

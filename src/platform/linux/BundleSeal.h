@@ -36,7 +36,8 @@ struct SealError {
 // that could never pass the check (a FIFO inside, a link leaving it,
 // something beside "Contents") is refused. Nothing on success.
 std::optional<SealError> writeSeal(
-    const std::string& bundlePath, const std::string& identifier,
+    const std::string& bundlePath,
+    const std::string& identifier,
     target::PropertyList::Format format = target::PropertyList::Format::binary);
 
 // Checks the seal of an opened bundle: `bundleFD` is the bundle folder and

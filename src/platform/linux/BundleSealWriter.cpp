@@ -8,17 +8,16 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/SystemCalls.h"
+#include "base/UniqueFd.h"
 #include "platform/linux/BundleSeal.h"
 #include "platform/linux/BundleWalk.h"
 #include "platform/linux/FileDigest.h"
 #include "platform/linux/WriteAll.h"
-#include "removal/SystemCalls.h"
-#include "removal/UniqueFd.h"
 
 namespace platform {
 namespace {
 
-constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
 const std::string kContents = "Contents";
 const std::string kSealPath = std::string(kSealFolder) + "/" + std::string(kSealFile);
 const std::string kTemporarySeal = std::string(kSealFile) + ".new";
@@ -67,21 +66,19 @@ std::optional<plist_t> listContents(int contentsFD) {
 std::optional<SealError> replaceSeal(int sealFolderFD,
                                      const std::string& bytes,
                                      const std::string& sealFolderPath) {
-    const removal::UniqueFd file(sys::openat(sealFolderFD, kTemporarySeal.c_str(),
-                                             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                                             0644));
+    const base::UniqueFd file(sys::createFileAt(sealFolderFD, kTemporarySeal.c_str(), 0644));
     if (!file) {
         return systemError("cannot create", sealFolderPath + "/" + kTemporarySeal);
     }
     if (!writeAll(file.get(), bytes) || ::fsync(file.get()) != 0) {
         const SealError error = systemError("cannot write", sealFolderPath + "/" + kTemporarySeal);
-        (void)::unlinkat(sealFolderFD, kTemporarySeal.c_str(), 0);
+        (void)sys::unlinkAt(sealFolderFD, kTemporarySeal.c_str());
         return error;
     }
     if (::renameat(sealFolderFD, kTemporarySeal.c_str(), sealFolderFD,
                    std::string(kSealFile).c_str()) != 0) {
         const SealError error = systemError("cannot rename the seal into", sealFolderPath);
-        (void)::unlinkat(sealFolderFD, kTemporarySeal.c_str(), 0);
+        (void)sys::unlinkAt(sealFolderFD, kTemporarySeal.c_str());
         return error;
     }
     (void)::fsync(sealFolderFD);
@@ -90,43 +87,27 @@ std::optional<SealError> replaceSeal(int sealFolderFD,
 
 // Opens (creating it if needed) the seal's folder, without a half-written
 // seal left by an interrupted run.
-std::variant<removal::UniqueFd, SealError> openSealFolder(int contentsFD, const std::string& path) {
+std::variant<base::UniqueFd, SealError> openSealFolder(int contentsFD, const std::string& path) {
     const std::string name(kSealFolder);
     if (::mkdirat(contentsFD, name.c_str(), 0755) != 0 && errno != EEXIST) {
         return systemError("cannot create", path);
     }
-    removal::UniqueFd folder(sys::openat(contentsFD, name.c_str(), kFolderFlags));
+    base::UniqueFd folder(sys::openFolderAt(contentsFD, name.c_str()));
     if (!folder) {
         return systemError("cannot open the folder", path);
     }
-    if (::unlinkat(folder.get(), kTemporarySeal.c_str(), 0) != 0 && errno != ENOENT) {
+    if (sys::unlinkAt(folder.get(), kTemporarySeal.c_str()) != 0 && errno != ENOENT) {
         return systemError("cannot remove", path + "/" + kTemporarySeal);
     }
     return folder;
 }
 
-}  // namespace
-
-std::optional<SealError> writeSeal(const std::string& bundlePath,
-                                   const std::string& identifier,
-                                   target::PropertyList::Format format) {
-    const removal::UniqueFd bundle(sys::open(bundlePath.c_str(), kFolderFlags));
-    if (!bundle) {
-        return systemError("cannot open the bundle", bundlePath);
-    }
-    if (!BundleWalk::holdsOnly(bundle.get(), kContents)) {
-        return SealError{"the top level of " + bundlePath + " must hold nothing but Contents"};
-    }
-    const removal::UniqueFd contents(sys::openat(bundle.get(), kContents.c_str(), kFolderFlags));
-    if (!contents) {
-        return systemError("cannot open the folder", bundlePath + "/Contents");
-    }
-    const std::string sealFolderPath = bundlePath + "/Contents/" + std::string(kSealFolder);
-    auto sealFolder = openSealFolder(contents.get(), sealFolderPath);
-    if (auto* error = std::get_if<SealError>(&sealFolder)) {
-        return *error;
-    }
-    const auto files = listContents(contents.get());
+// The seal of `contentsFD`'s files as a property list in `format`.
+std::variant<std::string, SealError> sealBytes(int contentsFD,
+                                               const std::string& bundlePath,
+                                               const std::string& identifier,
+                                               target::PropertyList::Format format) {
+    const auto files = listContents(contentsFD);
     if (!files) {
         return SealError{"cannot seal " + bundlePath +
                          ": it holds a FIFO, socket or device, an unreadable entry, a folder "
@@ -135,12 +116,40 @@ std::optional<SealError> writeSeal(const std::string& bundlePath,
     plist_t root = plist_new_dict();
     plist_dict_set_item(root, "Identifier", plist_new_string(identifier.c_str()));
     plist_dict_set_item(root, "files2", *files);
-    const auto bytes = target::PropertyList::adopt(root, format).serialized();
+    auto bytes = target::PropertyList::adopt(root, format).serialized();
     if (!bytes) {
         return SealError{"cannot write the seal as a property list"};
     }
-    if (auto error =
-            replaceSeal(std::get<removal::UniqueFd>(sealFolder).get(), *bytes, sealFolderPath)) {
+    return std::move(*bytes);
+}
+
+}  // namespace
+
+std::optional<SealError> writeSeal(const std::string& bundlePath,
+                                   const std::string& identifier,
+                                   target::PropertyList::Format format) {
+    const base::UniqueFd bundle(sys::open(bundlePath.c_str(), sys::kFolderFlags));
+    if (!bundle) {
+        return systemError("cannot open the bundle", bundlePath);
+    }
+    if (!BundleWalk::holdsOnly(bundle.get(), kContents)) {
+        return SealError{"the top level of " + bundlePath + " must hold nothing but Contents"};
+    }
+    const base::UniqueFd contents(sys::openFolderAt(bundle.get(), kContents.c_str()));
+    if (!contents) {
+        return systemError("cannot open the folder", bundlePath + "/Contents");
+    }
+    const std::string sealFolderPath = bundlePath + "/Contents/" + std::string(kSealFolder);
+    auto sealFolder = openSealFolder(contents.get(), sealFolderPath);
+    if (auto* error = std::get_if<SealError>(&sealFolder)) {
+        return *error;
+    }
+    const auto bytes = sealBytes(contents.get(), bundlePath, identifier, format);
+    if (const auto* error = std::get_if<SealError>(&bytes)) {
+        return *error;
+    }
+    if (auto error = replaceSeal(std::get<base::UniqueFd>(sealFolder).get(),
+                                 std::get<std::string>(bytes), sealFolderPath)) {
         return error;
     }
     // A name that is not valid UTF-8 cannot be stored faithfully in a property

@@ -9,8 +9,8 @@
 #include <optional>
 #include <vector>
 
-#include "removal/SystemCalls.h"
-#include "removal/UniqueFd.h"
+#include "base/SystemCalls.h"
+#include "base/UniqueFd.h"
 
 namespace platform {
 namespace {
@@ -20,7 +20,7 @@ constexpr std::string_view kContents = "Contents";
 
 // The names in an open folder, sorted; nothing when it cannot be listed.
 std::optional<std::vector<std::string>> namesIn(int folderFD) {
-    const int copy = ::fcntl(folderFD, F_DUPFD_CLOEXEC, 0);
+    const int copy = sys::duplicate(folderFD);
     if (copy < 0) {
         return std::nullopt;
     }
@@ -70,8 +70,7 @@ bool enterFolder(int folderFD,
     if (depth >= BundleWalk::kDepthLimit) {
         return false;
     }
-    const removal::UniqueFd child(sys::openat(
-        folderFD, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+    const base::UniqueFd child(sys::openFolderAt(folderFD, name.c_str()));
     struct stat opened {};
     if (!child || ::fstat(child.get(), &opened) != 0 || opened.st_dev != status.st_dev ||
         opened.st_ino != status.st_ino) {
@@ -91,10 +90,11 @@ bool walkFolder(int folderFD,
     }
     for (const std::string& name : *names) {
         struct stat status {};
-        if (::fstatat(folderFD, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (sys::statAt(folderFD, name.c_str(), status) != 0) {
             return false;
         }
-        const std::string path = prefix.empty() ? name : prefix + "/" + name;
+        const std::string path =
+            prefix.empty() ? name : std::string(prefix).append("/").append(name);
         bool ok = false;
         if (S_ISDIR(status.st_mode)) {
             entries[path] = BundleEntry{BundleEntry::Type::folder, {}};

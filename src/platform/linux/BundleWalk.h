@@ -27,8 +27,8 @@ using BundleEntries = std::map<std::string, BundleEntry>;
 struct VisitedEntry {
     const std::string& path;  // relative to "Contents"
     BundleEntry::Type type;
-    int folderFD;             // the open folder that holds it
-    const std::string& name;  // its name in that folder
+    int folderFD;                   // the open folder that holds it
+    const std::string& name;        // its name in that folder
     const struct stat& status;      // from the walk's lstat
     const std::string& linkTarget;  // links only
 };
@@ -39,7 +39,7 @@ struct VisitedEntry {
 // writing. A FIFO, socket or device anywhere makes the walk fail without it
 // ever being opened, so a walk can never block on one.
 class BundleWalk {
-public:
+  public:
     // Folders nested deeper than this below "Contents" are refused.
     static constexpr int kDepthLimit = 64;
 
@@ -48,7 +48,8 @@ public:
     // refused type, an entry that cannot be examined, a folder too deep or a
     // visitor that returns false stops it. `contentsFD` is neither closed
     // nor moved.
-    static bool walk(int contentsFD, const std::function<bool(const VisitedEntry&)>& visit,
+    static bool walk(int contentsFD,
+                     const std::function<bool(const VisitedEntry&)>& visit,
                      BundleEntries& entries);
 
     // True when the names in the open folder `folderFD` are exactly

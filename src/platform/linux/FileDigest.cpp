@@ -7,13 +7,13 @@
 #include <cerrno>
 #include <memory>
 
-#include "removal/SystemCalls.h"
-#include "removal/UniqueFd.h"
+#include "base/SystemCalls.h"
+#include "base/UniqueFd.h"
 
 namespace platform {
 namespace {
 
-constexpr std::size_t kBlockSize = 1024 * 1024;
+constexpr std::size_t kBlockSize = std::size_t{1024} * 1024;
 
 struct ContextFree {
     void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
@@ -26,8 +26,7 @@ FileDigest::FileDigest() : buffer_(kBlockSize) {}
 std::optional<Sha256> FileDigest::ofFile(int folderFD,
                                          const std::string& name,
                                          const struct stat& expected) {
-    const removal::UniqueFd fd(sys::openat(
-        folderFD, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+    const base::UniqueFd fd(sys::openFileAt(folderFD, name.c_str()));
     if (!fd) {
         return std::nullopt;
     }
@@ -47,9 +46,6 @@ std::optional<Sha256> FileDigest::ofDescriptor(int fd) {
     }
     for (;;) {
         const ssize_t n = sys::read(fd, buffer_.data(), buffer_.size());
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
         if (n < 0) {
             return std::nullopt;
         }

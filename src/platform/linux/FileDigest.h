@@ -15,7 +15,7 @@ using Sha256 = std::array<unsigned char, 32>;
 // byte of it, so this is where the time goes. Reuse one FileDigest for many
 // files to keep its buffer.
 class FileDigest {
-public:
+  public:
     FileDigest();
 
     // The digest of the regular file `name` inside the open folder
@@ -23,13 +23,14 @@ public:
     // same device and inode, found by an earlier lstat): the file is opened
     // read-only with O_NOFOLLOW and O_NONBLOCK, so a link or a FIFO swapped in
     // meanwhile is refused without blocking. Nothing when it cannot be read.
-    std::optional<Sha256> ofFile(int folderFD, const std::string& name,
+    std::optional<Sha256> ofFile(int folderFD,
+                                 const std::string& name,
                                  const struct stat& expected);
 
     // The digest of an open descriptor's content, read from where it stands.
     std::optional<Sha256> ofDescriptor(int fd);
 
-private:
+  private:
     std::vector<unsigned char> buffer_;
 };
 

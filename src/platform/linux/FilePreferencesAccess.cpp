@@ -11,19 +11,17 @@
 #include <utility>
 #include <variant>
 
+#include "base/SystemCalls.h"
+#include "base/Trap.h"
+#include "base/UniqueFd.h"
 #include "platform/linux/WriteAll.h"
-#include "removal/SystemCalls.h"
-#include "removal/Trap.h"
-#include "removal/UniqueFd.h"
 #include "target/PropertyList.h"
 
 namespace platform {
 namespace {
 
-using removal::UniqueFd;
+using base::UniqueFd;
 using target::PropertyList;
-
-constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 bool isPlainName(const std::string& name) {
     return !name.empty() && name != "." && name != ".." &&
@@ -32,14 +30,14 @@ bool isPlainName(const std::string& name) {
 
 void checkDomain(const std::string& domain) {
     if (!isPlainName(domain)) {
-        removal::trap("a preference domain must be usable as a single file name");
+        base::trap("a preference domain must be usable as a single file name");
     }
 }
 
 // Opens `name` inside `parent` only when it is a real folder (never a link)
 // owned by `owner`.
 UniqueFd openOwnedFolder(int parent, const char* name, uid_t owner) {
-    UniqueFd folder(sys::openat(parent, name, kFolderFlags));
+    UniqueFd folder(sys::openFolderAt(parent, name));
     struct stat st {};
     if (!folder || ::fstat(folder.get(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != owner) {
         return UniqueFd();
@@ -64,7 +62,7 @@ bool isSameFile(const struct stat& a, const struct stat& b) {
 // replaced by someone else meanwhile is left to them.
 bool stillThere(const StoredFile& file) {
     struct stat now {};
-    return ::fstatat(file.folder.get(), file.name.c_str(), &now, AT_SYMLINK_NOFOLLOW) == 0 &&
+    return sys::statAt(file.folder.get(), file.name.c_str(), now) == 0 &&
            isSameFile(now, file.status);
 }
 
@@ -81,8 +79,7 @@ std::optional<std::pair<UniqueFd, std::string>> createTemporary(const StoredFile
         for (const unsigned char byte : random) {
             name += kDigits[byte % 36];
         }
-        UniqueFd fd(sys::openat(file.folder.get(), name.c_str(),
-                                O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        UniqueFd fd(sys::createFileAt(file.folder.get(), name.c_str(), 0600));
         if (fd) {
             return std::make_pair(std::move(fd), std::move(name));
         }
@@ -108,7 +105,7 @@ void replaceAtomically(const StoredFile& file, const std::string& bytes) {
     fd.reset();
     if (!written || !stillThere(file) ||
         ::renameat(file.folder.get(), name.c_str(), file.folder.get(), file.name.c_str()) != 0) {
-        (void)::unlinkat(file.folder.get(), name.c_str(), 0);
+        (void)sys::unlinkAt(file.folder.get(), name.c_str());
         return;
     }
     // Makes the rename itself durable.
@@ -119,7 +116,7 @@ void replaceAtomically(const StoredFile& file, const std::string& bytes) {
 // a time. Links above the home folder are followed as anywhere else; from
 // Library down, nothing is.
 UniqueFd openPreferencesFolder(const std::string& home, uid_t owner, bool byHost) {
-    UniqueFd homeFD(sys::open(home.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    UniqueFd homeFD(sys::open(home.c_str(), sys::kFolderFlags & ~O_NOFOLLOW));
     UniqueFd folder = homeFD ? openOwnedFolder(homeFD.get(), "Library", owner) : UniqueFd();
     folder = folder ? openOwnedFolder(folder.get(), "Preferences", owner) : UniqueFd();
     if (byHost && folder) {
@@ -132,8 +129,7 @@ UniqueFd openPreferencesFolder(const std::string& home, uid_t owner, bool byHost
 // unreadable or not a dictionary.
 std::optional<StoredFile> readStored(UniqueFd folder, std::string name) {
     // Non-blocking, so that a FIFO in the file's place cannot hold us up.
-    const UniqueFd fd(sys::openat(folder.get(), name.c_str(),
-                                  O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    const UniqueFd fd(sys::openFileAt(folder.get(), name.c_str()));
     struct stat status {};
     if (!fd || ::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return std::nullopt;
@@ -171,7 +167,7 @@ FilePreferencesAccess::FilePreferencesAccess(std::string homeDirectory)
                             ::getuid()) {}
 
 std::string FilePreferencesAccess::machineID() {
-    UniqueFd fd(sys::open("/etc/machine-id", O_RDONLY | O_CLOEXEC));
+    UniqueFd fd(sys::open("/etc/machine-id", sys::kFileReadFlags & ~O_NOFOLLOW));
     if (!fd) {
         return {};
     }
@@ -203,7 +199,7 @@ void FilePreferencesAccess::removeKeys(const std::string& domain,
         }
         return;
     }
-    if (stillThere(*file) && ::unlinkat(file->folder.get(), file->name.c_str(), 0) == 0) {
+    if (stillThere(*file) && sys::unlinkAt(file->folder.get(), file->name.c_str()) == 0) {
         (void)::fsync(file->folder.get());
     }
 }

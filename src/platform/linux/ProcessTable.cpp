@@ -13,15 +13,13 @@
 #include <string>
 #include <string_view>
 
-#include "removal/SystemCalls.h"
-#include "removal/UniqueFd.h"
+#include "base/SystemCalls.h"
+#include "base/UniqueFd.h"
 
 namespace platform {
 namespace {
 
-using removal::UniqueFd;
-
-constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+using base::UniqueFd;
 
 std::optional<pid_t> parsePid(std::string_view name) {
     pid_t pid = 0;
@@ -46,22 +44,15 @@ LookFailure failureFor(pid_t pid, int error) {
 }
 
 std::variant<std::string, LookFailure> readSmallFile(pid_t pid, int directoryFD, const char* name) {
-    UniqueFd fd(sys::openat(directoryFD, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    UniqueFd fd(sys::openFileAt(directoryFD, name));
     if (!fd) {
         return failureFor(pid, errno);
     }
     std::string content;
-    char buffer[1024];
-    for (;;) {
-        const ssize_t n = sys::read(fd.get(), buffer, sizeof buffer);
-        if (n == 0) {
-            return content;
-        }
-        if (n < 0) {
-            return failureFor(pid, errno);
-        }
-        content.append(buffer, static_cast<std::size_t>(n));
+    if (!sys::readAll(fd.get(), content)) {
+        return failureFor(pid, errno);
     }
+    return content;
 }
 
 struct StatLine {
@@ -170,7 +161,7 @@ OwnedProcesses processesOwnedBy(uid_t owner) {
             continue;
         }
         struct stat st {};
-        if (::fstatat(::dirfd(directory), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (sys::statAt(::dirfd(directory), entry->d_name, st) != 0) {
             owned.complete = owned.complete && failureFor(*pid, errno) != LookFailure::unknown;
         } else if (st.st_uid == owner) {
             owned.pids.push_back(*pid);
@@ -183,7 +174,7 @@ OwnedProcesses processesOwnedBy(uid_t owner) {
 
 std::variant<ProcessInstance, LookFailure> describeProcess(pid_t pid, uid_t owner) {
     const std::string path = "/proc/" + std::to_string(pid);
-    UniqueFd processFD(sys::open(path.c_str(), kDirectoryFlags | O_NOFOLLOW));
+    UniqueFd processFD(sys::open(path.c_str(), sys::kFolderFlags));
     if (!processFD) {
         return failureFor(pid, errno);
     }
@@ -211,7 +202,7 @@ std::variant<ProcessInstance, LookFailure> describeProcess(pid_t pid, uid_t owne
         return *failure;
     }
     struct stat executableStat {};
-    if (::fstatat(processFD.get(), "exe", &executableStat, 0) != 0) {
+    if (sys::statAt(processFD.get(), "exe", executableStat, /*flags=*/0) != 0) {
         return failureFor(pid, errno);
     }
     return ProcessInstance{pid, statLine->startTime, std::move(std::get<std::string>(executable)),

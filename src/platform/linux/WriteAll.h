@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <string>
 
-#include "removal/SystemCalls.h"
+#include "base/SystemCalls.h"
 
 namespace platform {
 

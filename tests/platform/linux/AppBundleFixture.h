@@ -7,8 +7,8 @@
 #include <string>
 
 #include "TempDir.h"
+#include "platform/InstalledAppVerifier.h"
 #include "platform/linux/BundleSeal.h"
-#include "platform/linux/InstalledAppVerifier.h"
 #include "target/PropertyList.h"
 
 namespace appbundle {
@@ -27,7 +27,7 @@ inline std::string keyString(const std::string& key, const std::string& value) {
 // A temporary folder with "Applications/Tavio.app" made like a real app: an
 // executable, resources, and a framework whose links all stay inside.
 class AppBundleTest : public ::testing::Test {
-protected:
+  protected:
     std::string applications() const { return temp_ / "Applications"; }
     std::string bundle() const { return applications() + "/Tavio.app"; }
     std::string contents() const { return bundle() + "/Contents"; }
@@ -64,7 +64,8 @@ protected:
     }
 
     std::optional<target::AppVerificationProblem> verify(
-        const std::string& path, const std::string& identifier = kIdentifier) const {
+        const std::string& path,
+        const std::string& identifier = kIdentifier) const {
         return platform::InstalledAppVerifier().verify(path, identifier);
     }
     std::optional<target::AppVerificationProblem> verify() const { return verify(bundle()); }

@@ -42,7 +42,7 @@ std::map<std::string, std::string> listedFiles(const target::PropertyList& seal)
 }
 
 class AppCheckFuzzTest : public appbundle::AppBundleTest {
-protected:
+  protected:
     // Unlinks before writing: ext4 flushes a file truncated and rewritten in
     // place to disk at close, which would make each case wait for the disk.
     static void replaceFile(const std::string& path, const std::string& bytes) {
@@ -68,8 +68,7 @@ protected:
         struct stat status {};
         if (!executable || executable->find('/') != std::string::npos || *executable == "." ||
             *executable == ".." || executable->empty() ||
-            ::lstat(at("MacOS/" + *executable).c_str(), &status) != 0 ||
-            !S_ISREG(status.st_mode)) {
+            ::lstat(at("MacOS/" + *executable).c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
             return Problem::missingExecutable();
         }
         return bytes == original ? std::nullopt : std::optional(Problem::invalidSignature());

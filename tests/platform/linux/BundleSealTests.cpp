@@ -9,15 +9,15 @@
 
 #include "AppBundleFixture.h"
 #include "ChildProcess.h"
+#include "base/UniqueFd.h"
 #include "platform/linux/BundleWalk.h"
-#include "removal/UniqueFd.h"
 
 namespace {
 
 using Problem = target::AppVerificationProblem;
 
 class BundleSealTest : public appbundle::AppBundleTest {
-protected:
+  protected:
     bool sealed() const { return platform::sealIsValid(bundle(), appbundle::kIdentifier); }
 
     // The verdict of a check run in a child with an alarm: a check that
@@ -27,8 +27,8 @@ protected:
             ::alarm(5);
             const auto problem = verify();
             return std::string(problem == Problem::invalidSignature() ? "invalid"
-                               : problem                             ? "other problem"
-                                                                     : "valid");
+                               : problem                              ? "other problem"
+                                                                      : "valid");
         });
     }
 };
@@ -152,7 +152,7 @@ TEST_F(BundleSealTest, AFifoListedInTheSealIsStillRefusedWithoutHanging) {
 
 TEST_F(BundleSealTest, ASocketInsideIsRefused) {
     makeSealedBundle();
-    const removal::UniqueFd sock(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const base::UniqueFd sock(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const std::string path = at("Resources/sock");
@@ -225,8 +225,8 @@ TEST_F(BundleSealTest, ATruncatedSealIsRefused) {
 TEST_F(BundleSealTest, ASealWithoutFilesIsRefused) {
     makeBundle();
     testsupport::makeDirectories(at("_CodeSignature"));
-    testsupport::writeFile(sealPath(),
-                           appbundle::infoPlist(appbundle::keyString("Identifier", "io.tavio.Tavio")));
+    testsupport::writeFile(
+        sealPath(), appbundle::infoPlist(appbundle::keyString("Identifier", "io.tavio.Tavio")));
     EXPECT_FALSE(sealed());
 }
 
@@ -247,7 +247,8 @@ TEST_F(BundleSealTest, ADigestOfTheWrongLengthIsRefused) {
 
 TEST_F(BundleSealTest, ASealListingItselfIsRefused) {
     makeSealedBundle();
-    addToSeal("_CodeSignature/CodeResources", "hash2", plist_new_data(std::string(32, 'x').c_str(), 32));
+    addToSeal("_CodeSignature/CodeResources", "hash2",
+              plist_new_data(std::string(32, 'x').c_str(), 32));
     EXPECT_FALSE(sealed());
 }
 

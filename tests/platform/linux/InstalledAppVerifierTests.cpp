@@ -12,7 +12,7 @@ using appbundle::keyString;
 using Problem = target::AppVerificationProblem;
 
 class InstalledAppVerifierTest : public appbundle::AppBundleTest {
-protected:
+  protected:
     // A sealed bundle whose Info.plist holds exactly `entries`.
     void makeSealedBundleWith(const std::string& entries) {
         makeBundle(infoPlist(entries));
@@ -31,10 +31,10 @@ TEST_F(InstalledAppVerifierTest, ASealedBundleOfTavioPasses) {
 TEST_F(InstalledAppVerifierTest, ABinaryInfoPlistIsReadToo) {
     makeBundle();
     auto info = target::PropertyList::parse(testsupport::readFile(at("Info.plist")));
-    testsupport::writeFile(at("Info.plist"),
-                           *target::PropertyList::adopt(plist_copy(info->root()),
-                                                        target::PropertyList::Format::binary)
-                                .serialized());
+    testsupport::writeFile(
+        at("Info.plist"),
+        *target::PropertyList::adopt(plist_copy(info->root()), target::PropertyList::Format::binary)
+             .serialized());
     seal();
     EXPECT_EQ(verify(), std::nullopt);
 }

@@ -15,7 +15,7 @@
 
 #include "ChildProcess.h"
 #include "ProcessFixture.h"
-#include "platform/linux/WorkspaceProcessControl.h"
+#include "platform/WorkspaceProcessControl.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include <cstdio>
 
-#include "platform/linux/WorkspaceProcessControl.h"
+#include "platform/WorkspaceProcessControl.h"
 
 int main(int argc, char** argv) {
     if (argc != 2) {

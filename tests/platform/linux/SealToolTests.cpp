@@ -1,6 +1,6 @@
 // tavio-seal as a program: what a packager runs.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/wait.h>
 
@@ -22,7 +22,8 @@ int runSealTool(const std::vector<std::string>& arguments) {
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     pid_t pid = 0;
-    const int spawned = ::posix_spawn(&pid, TAVIO_SEAL_PATH, &actions, nullptr, argv.data(), environ);
+    const int spawned =
+        ::posix_spawn(&pid, TAVIO_SEAL_PATH, &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) {
         return -1;

@@ -16,7 +16,7 @@
 
 #include "AppBundleFixture.h"
 #include "ChildProcess.h"
-#include "removal/UniqueFd.h"
+#include "base/UniqueFd.h"
 
 namespace {
 
@@ -27,7 +27,7 @@ constexpr std::uint32_t kChanges = IN_CLOSE_WRITE | IN_MODIFY | IN_ATTRIB | IN_C
 
 // Collects inotify events for a set of watched paths.
 class Watcher {
-public:
+  public:
     Watcher() : fd_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
         if (!fd_) {
             throw std::runtime_error("inotify_init1 failed");
@@ -74,8 +74,8 @@ public:
         return out;
     }
 
-private:
-    removal::UniqueFd fd_;
+  private:
+    base::UniqueFd fd_;
     std::map<int, std::string> paths_;
 };
 
@@ -117,7 +117,7 @@ TEST_F(VerifierIsolationTest, TheCheckPassesOnABundleMountedReadOnly) {
                     nullptr) != 0) {
             return std::string("skip: cannot bind the bundle read-only: ") + std::strerror(errno);
         }
-        const removal::UniqueFd probe(
+        const base::UniqueFd probe(
             ::open(at("Resources/probe").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
         if (probe || errno != EROFS) {
             return std::string("the bundle is not read-only");

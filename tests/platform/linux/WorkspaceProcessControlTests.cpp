@@ -8,7 +8,7 @@
 #include "ChildProcess.h"
 #include "DescriptorCheck.h"
 #include "ProcessFixture.h"
-#include "platform/linux/WorkspaceProcessControl.h"
+#include "platform/WorkspaceProcessControl.h"
 
 namespace {
 

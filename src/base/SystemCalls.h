@@ -1,0 +1,129 @@
+#pragma once
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <limits>
+#include <string>
+
+// The system calls the program makes on files and folders, in one place.
+//
+// Interruption: the calls that a signal can interrupt before they have done
+// anything (open, openat, read, write, getrandom) are retried until they
+// answer for real: an interrupted call is never a failure to report. The
+// others are not retried: fstatat() and unlinkat() do not wait for anything a
+// signal breaks off, so an EINTR from them is reported like any other error;
+// fcntl(F_DUPFD_CLOEXEC) cannot block; and close() is not among these at all,
+// because on Linux the descriptor is released whatever close() answers, so a
+// retry could close someone else's.
+//
+// Each keeps the -1/errno answer of the call it wraps; Every descriptor they make is close-on-exec,
+// and the folder and file opens below never follow a link in the final component.
+namespace sys {
+
+template <typename Call>
+auto retryingInterrupted(Call call) {
+    for (;;) {
+        const auto result = call();
+        if (result != -1 || errno != EINTR) {
+            return result;
+        }
+    }
+}
+
+// How a folder is opened to be read or descended into: no link in its place
+// is followed, and it is never anyone's controlling terminal or a FIFO to
+// wait on (a FIFO in its place fails as not a folder).
+inline constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
+
+// How a new file is made: only if nothing of that name is there yet, a link
+// included.
+inline constexpr int kFileCreateFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+
+// How a file is opened to be read: a FIFO or a device in its place never
+// blocks the open, and a terminal never becomes the controlling one.
+inline constexpr int kFileReadFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+inline int openat(int dirFD, const char* name, int flags, mode_t mode = 0) {
+    return retryingInterrupted([&] { return ::openat(dirFD, name, flags, mode); });
+}
+
+inline int open(const char* path, int flags, mode_t mode = 0) {
+    return retryingInterrupted([&] { return ::open(path, flags, mode); });
+}
+
+// The folder `name` relative to `dirFD` (or AT_FDCWD), with kFolderFlags.
+inline int openFolderAt(int dirFD, const char* name) {
+    return sys::openat(dirFD, name, kFolderFlags);
+}
+
+// The file `name` relative to `dirFD` (or AT_FDCWD), for reading, with
+// kFileReadFlags.
+inline int openFileAt(int dirFD, const char* name) {
+    return sys::openat(dirFD, name, kFileReadFlags);
+}
+
+// Makes the new file `name` relative to `dirFD`, with kFileCreateFlags.
+inline int createFileAt(int dirFD, const char* name, mode_t mode) {
+    return sys::openat(dirFD, name, kFileCreateFlags, mode);
+}
+
+// A second descriptor for what `fd` refers to, close-on-exec (dup() would
+// drop that flag).
+inline int duplicate(int fd) {
+    return ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
+}
+
+// What `name` relative to `dirFD` is; a link in its place is described
+// itself, not followed, unless `flags` is 0.
+inline int statAt(int dirFD,
+                  const char* name,
+                  struct stat& status,
+                  int flags = AT_SYMLINK_NOFOLLOW) {
+    return ::fstatat(dirFD, name, &status, flags);
+}
+
+// Removes the entry `name` relative to `dirFD`: a file or a link with no
+// flags, an empty folder with AT_REMOVEDIR.
+inline int unlinkAt(int dirFD, const char* name, int flags = 0) {
+    return ::unlinkat(dirFD, name, flags);
+}
+
+inline ssize_t read(int fd, void* buffer, size_t size) {
+    return retryingInterrupted([&] { return ::read(fd, buffer, size); });
+}
+
+// Appends what is left to read from `fd` to `bytes`, stopping at the end of
+// the file or as soon as `bytes` holds more than `limit` bytes (so that a file
+// over a limit is recognised without reading all of it). False, with errno
+// set, on a read error; what was read until then stays in `bytes`.
+inline bool readAll(int fd,
+                    std::string& bytes,
+                    std::size_t limit = std::numeric_limits<std::size_t>::max()) {
+    char buffer[64 * 1024];
+    while (bytes.size() <= limit) {
+        const ssize_t n = sys::read(fd, buffer, sizeof buffer);
+        if (n < 0) {
+            return false;
+        }
+        if (n == 0) {
+            break;
+        }
+        bytes.append(buffer, static_cast<std::size_t>(n));
+    }
+    return true;
+}
+
+inline ssize_t write(int fd, const void* buffer, size_t size) {
+    return retryingInterrupted([&] { return ::write(fd, buffer, size); });
+}
+
+inline ssize_t getrandom(void* buffer, size_t size, unsigned int flags) {
+    return retryingInterrupted([&] { return ::getrandom(buffer, size, flags); });
+}
+
+}  // namespace sys

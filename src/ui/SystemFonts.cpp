@@ -1,9 +1,0 @@
-#include "SystemFonts.h"
-
-#include <QFontDatabase>
-
-SystemFonts::SystemFonts(QObject* parent) : QObject(parent) {}
-
-QFont SystemFonts::fixed() {
-    return QFontDatabase::systemFont(QFontDatabase::FixedFont);
-}
