@@ -15,6 +15,7 @@
 #include <optional>
 #include <sstream>
 
+#include "ChildProcess.h"
 #include "FaultScenario.h"
 
 using faults::Call;
@@ -100,33 +101,10 @@ std::optional<std::string> runCase(Stage stage, const faults::Fault& fault) {
             records += *problem + '\x1e';
         }
     }
-    const char* next = records.data();
-    std::size_t left = records.size();
-    while (left > 0) {
-        const ssize_t n = ::write(fd, next, left);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            _exit(1);
-        }
-        next += n;
-        left -= static_cast<std::size_t>(n);
+    if (!testsupport::writeAll(fd, records)) {
+        _exit(1);
     }
     _exit(0);
-}
-
-std::string readToEnd(int fd) {
-    std::string data;
-    char buffer[4096];
-    for (;;) {
-        const ssize_t n = ::read(fd, buffer, sizeof buffer);
-        if (n > 0) {
-            data.append(buffer, static_cast<std::size_t>(n));
-        } else if (n == 0 || errno != EINTR) {
-            return data;
-        }
-    }
 }
 
 // Runs every case in kWorkers processes; each failing case becomes a test
@@ -155,7 +133,7 @@ std::size_t runCases(Stage stage, const std::vector<faults::Fault>& cases) {
     }
     std::size_t failed = 0;
     for (const auto& [pid, fd] : workers) {
-        std::istringstream records(readToEnd(fd));
+        std::istringstream records(testsupport::readToEnd(fd));
         ::close(fd);
         std::string record;
         while (std::getline(records, record, '\x1e')) {

@@ -11,28 +11,20 @@
 #include <stdexcept>
 
 namespace testsupport {
-namespace {
 
 bool writeAll(int fd, const std::string& data) {
     std::size_t done = 0;
     while (done < data.size()) {
         const ssize_t n = ::write(fd, data.data() + done, data.size() - done);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
         if (n <= 0) {
             return false;
         }
         done += static_cast<std::size_t>(n);
     }
     return true;
-}
-
-bool writeProcFile(const char* path, const std::string& content) {
-    const int fd = ::open(path, O_WRONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    const bool ok = writeAll(fd, content);
-    ::close(fd);
-    return ok;
 }
 
 std::string readToEnd(int fd) {
@@ -46,6 +38,18 @@ std::string readToEnd(int fd) {
             return data;
         }
     }
+}
+
+namespace {
+
+bool writeProcFile(const char* path, const std::string& content) {
+    const int fd = ::open(path, O_WRONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    const bool ok = writeAll(fd, content);
+    ::close(fd);
+    return ok;
 }
 
 void waitFor(pid_t pid) {

@@ -6,6 +6,13 @@
 
 namespace testsupport {
 
+// Writes all of `data` to `fd`, through interruptions; false when a write
+// failed.
+bool writeAll(int fd, const std::string& data);
+
+// Everything `fd` gives until its end (or until a read fails).
+std::string readToEnd(int fd);
+
 // Runs `body` in a forked child and returns what it returned, or nothing when
 // the child died or exited without answering. The child never returns into
 // GoogleTest: it writes its answer to a pipe and _exits. Used for what a test
