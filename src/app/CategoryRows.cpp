@@ -1,176 +1,240 @@
 #include "app/CategoryRows.h"
 
 #include <QCoreApplication>
+#include <QStringList>
+#include <iterator>
 
 namespace {
 
+using Category = CategoryRows::Category;
+using RowState = CategoryRows::RowState;
+using ItemState = app::UninstallerModel::ItemState;
+
 struct CategoryInfo {
-    const char* category;
+    Category category;
     const char* title;
     const char* symbol;
 };
 
 // Display order, titles and symbols of the categories, in one table.
 constexpr CategoryInfo kCategories[] = {
-    {"settings", QT_TRANSLATE_NOOP("CategoryRows", "Settings"), "gearshape"},
-    {"torrentCopies", QT_TRANSLATE_NOOP("CategoryRows", "Recent torrent copies"), "doc.on.doc"},
-    {"history", QT_TRANSLATE_NOOP("CategoryRows", "Playback history and positions"),
+    {Category::Settings, QT_TRANSLATE_NOOP("CategoryRows", "Settings"), "gearshape"},
+    {Category::TorrentCopies, QT_TRANSLATE_NOOP("CategoryRows", "Recent torrent copies"),
+     "doc.on.doc"},
+    {Category::History, QT_TRANSLATE_NOOP("CategoryRows", "Playback history and positions"),
      "clock.arrow.circlepath"},
-    {"cache", QT_TRANSLATE_NOOP("CategoryRows", "Temporary cache and update downloads"),
+    {Category::Cache, QT_TRANSLATE_NOOP("CategoryRows", "Temporary cache and update downloads"),
      "internaldrive"},
-    {"logsAndState", QT_TRANSLATE_NOOP("CategoryRows", "Logs and saved window state"),
+    {Category::LogsAndState, QT_TRANSLATE_NOOP("CategoryRows", "Logs and saved window state"),
      "list.bullet.rectangle"},
-    {"app", QT_TRANSLATE_NOOP("CategoryRows", "Tavio app"), "app"},
+    {Category::App, QT_TRANSLATE_NOOP("CategoryRows", "Tavio app"), "app"},
 };
+constexpr int kRowCount = static_cast<int>(std::size(kCategories));
 
-const CategoryInfo* find(const QString& category) {
+const CategoryInfo& infoOf(Category category) {
     for (const CategoryInfo& info : kCategories) {
-        if (category == QLatin1String(info.category))
-            return &info;
+        if (info.category == category)
+            return info;
     }
-    return nullptr;
+    return kCategories[kRowCount - 1];
 }
 
-QString translated(const char* text) {
-    return QCoreApplication::translate("CategoryRows", text);
+template <typename Enumeration>
+Enumeration enumeration(const QVariant& value) {
+    return static_cast<Enumeration>(value.toInt());
 }
 
 // The items of one category, in inventory order.
-QList<QVariantMap> itemsIn(const QVariantList& items, const QString& category) {
+QList<QVariantMap> itemsIn(const QVariantList& items, Category category) {
     QList<QVariantMap> result;
     for (const QVariant& value : items) {
         QVariantMap item = value.toMap();
-        if (item.value(QStringLiteral("category")).toString() == category)
+        if (enumeration<Category>(item.value(QStringLiteral("category"))) == category)
             result.append(item);
     }
     return result;
 }
 
-QString stateOf(const QVariantMap& item) {
-    return item.value(QStringLiteral("state")).toString();
+ItemState stateOf(const QVariantMap& item) {
+    return enumeration<ItemState>(item.value(QStringLiteral("state")));
+}
+
+// What the review shows for one category.
+struct ReviewRow {
+    QStringList paths;
+    QString trailing;
+    QString reason;
+    bool warning = false;
+};
+
+ReviewRow reviewRow(const QVariantList& items, Category category) {
+    const QList<QVariantMap> inCategory = itemsIn(items, category);
+    QStringList skipReasons;
+    bool nonePresent = true;
+    for (const QVariantMap& item : inCategory) {
+        if (stateOf(item) == ItemState::Skipped)
+            skipReasons.append(item.value(QStringLiteral("reason")).toString());
+        if (stateOf(item) == ItemState::Present)
+            nonePresent = false;
+    }
+    ReviewRow row;
+    for (const QVariantMap& item : inCategory) {
+        if (nonePresent || stateOf(item) != ItemState::Absent)
+            row.paths.append(item.value(QStringLiteral("displayPath")).toString());
+    }
+    row.warning = !skipReasons.isEmpty();
+    if (row.warning)
+        row.reason = skipReasons.first();
+    else
+        row.trailing = nonePresent ? CategoryRows::tr("Not found") : CategoryRows::tr("Found");
+    return row;
 }
 
 // A category's state while items are removed: running while any of its items
 // is, failed once none waits and one failed, done when every item is, and
 // pending otherwise.
-QString workingStatus(const QVariantList& items,
-                      const QVariantMap& rowStates,
-                      const QString& category) {
+RowState workingStatus(const QVariantList& items, const QVariantMap& rowStates, Category category) {
     bool anyPending = false, anyRunning = false, anyFailed = false, any = false, allDone = true;
     for (const QVariantMap& item : itemsIn(items, category)) {
         const auto found = rowStates.constFind(item.value(QStringLiteral("id")).toString());
         if (found == rowStates.constEnd())
             continue;
-        const QString state = found->toString();
+        const auto state = enumeration<RowState>(*found);
         any = true;
-        anyPending |= state == QLatin1String("pending");
-        anyRunning |= state == QLatin1String("running");
-        allDone &= state == QLatin1String("done");
-        anyFailed |= state == QLatin1String("failed");
+        anyPending |= state == RowState::Pending;
+        anyRunning |= state == RowState::Running;
+        allDone &= state == RowState::Done;
+        anyFailed |= state == RowState::Failed;
     }
     if (anyRunning)
-        return QStringLiteral("running");
+        return RowState::Running;
     if (anyFailed && !anyPending)
-        return QStringLiteral("failed");
+        return RowState::Failed;
     if (any && allDone)
-        return QStringLiteral("done");
-    return QStringLiteral("pending");
+        return RowState::Done;
+    return RowState::Pending;
+}
+
+QString statusSymbol(RowState status) {
+    switch (status) {
+        case RowState::Running:
+            return QStringLiteral("ellipsis.circle");
+        case RowState::Done:
+            return QStringLiteral("checkmark.circle.fill");
+        case RowState::Failed:
+            return QStringLiteral("exclamationmark.triangle.fill");
+        case RowState::Pending:
+            break;
+    }
+    return QStringLiteral("circle");
+}
+
+QString statusText(RowState status) {
+    switch (status) {
+        case RowState::Running:
+            return CategoryRows::tr("removing");
+        case RowState::Done:
+            return CategoryRows::tr("removed");
+        case RowState::Failed:
+            return CategoryRows::tr("could not be removed");
+        case RowState::Pending:
+            break;
+    }
+    return CategoryRows::tr("waiting");
 }
 
 }  // namespace
 
-CategoryRows::CategoryRows(QObject* parent) : QObject(parent) {}
+CategoryRows::CategoryRows(QObject* parent) : QAbstractListModel(parent) {}
 
-QStringList CategoryRows::categories() {
-    QStringList names;
-    for (const CategoryInfo& info : kCategories)
-        names.append(QLatin1String(info.category));
-    return names;
+void CategoryRows::setItems(const QVariantList& items) {
+    if (items == items_)
+        return;
+    items_ = items;
+    emit itemsChanged();
+    rowsChanged();
 }
 
-QString CategoryRows::title(const QString& category) {
-    const CategoryInfo* info = find(category);
-    return info ? translated(info->title) : category;
+void CategoryRows::setRowStates(const QVariantMap& rowStates) {
+    if (rowStates == rowStates_)
+        return;
+    rowStates_ = rowStates;
+    emit rowStatesChanged();
+    rowsChanged();
 }
 
-QVariantMap CategoryRows::reviewRow(const QVariantList& items, const QString& category) {
-    const QList<QVariantMap> inCategory = itemsIn(items, category);
+void CategoryRows::rowsChanged() {
+    emit dataChanged(index(0), index(kRowCount - 1));
+}
 
-    QStringList skipReasons;
-    bool nonePresent = true;
-    for (const QVariantMap& item : inCategory) {
-        const QString state = stateOf(item);
-        if (state == QLatin1String("skipped"))
-            skipReasons.append(item.value(QStringLiteral("reason")).toString());
-        if (state == QLatin1String("present"))
-            nonePresent = false;
+int CategoryRows::rowCount(const QModelIndex& parent) const {
+    return parent.isValid() ? 0 : kRowCount;
+}
+
+QVariant CategoryRows::data(const QModelIndex& index, int role) const {
+    if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
+        return {};
+    const Category category = kCategories[index.row()].category;
+    switch (role) {
+        case categoryRole:
+            return static_cast<int>(category);
+        case titleRole:
+            return title(category);
+        case statusRole:
+        case statusSymbolRole:
+        case statusTextRole:
+            return workingData(category, role);
+        default:
+            return reviewData(category, role);
     }
+}
 
-    QStringList paths;
-    for (const QVariantMap& item : inCategory) {
-        if (nonePresent || stateOf(item) != QLatin1String("absent"))
-            paths.append(item.value(QStringLiteral("displayPath")).toString());
+QVariant CategoryRows::reviewData(Category category, int role) const {
+    const ReviewRow row = reviewRow(items_, category);
+    switch (role) {
+        case symbolRole:
+            return row.warning ? QStringLiteral("exclamationmark.triangle")
+                               : QString::fromLatin1(infoOf(category).symbol);
+        case pathsRole:
+            return row.paths;
+        case trailingRole:
+            return row.trailing;
+        case reasonRole:
+            return row.reason;
+        case warningRole:
+            return row.warning;
+        default:
+            return {};
     }
+}
 
-    const CategoryInfo* info = find(category);
-    const bool warning = !skipReasons.isEmpty();
-    QString trailing;
-    if (!warning)
-        trailing = nonePresent ? tr("Not found") : tr("Found");
+QVariant CategoryRows::workingData(Category category, int role) const {
+    const RowState status = workingStatus(items_, rowStates_, category);
+    switch (role) {
+        case statusRole:
+            return static_cast<int>(status);
+        case statusSymbolRole:
+            return statusSymbol(status);
+        default:
+            return statusText(status);
+    }
+}
 
+QHash<int, QByteArray> CategoryRows::roleNames() const {
     return {
-        {QStringLiteral("symbol"), warning ? QStringLiteral("exclamationmark.triangle")
-                                           : QString::fromLatin1(info ? info->symbol : "")},
-        {QStringLiteral("title"), title(category)},
-        {QStringLiteral("paths"), paths},
-        {QStringLiteral("trailing"), trailing},
-        {QStringLiteral("reason"), warning ? skipReasons.first() : QString()},
-        {QStringLiteral("warning"), warning},
+        {categoryRole, "category"},
+        {titleRole, "title"},
+        {symbolRole, "symbol"},
+        {pathsRole, "paths"},
+        {trailingRole, "trailing"},
+        {reasonRole, "reason"},
+        {warningRole, "warning"},
+        {statusRole, "status"},
+        {statusSymbolRole, "statusSymbol"},
+        {statusTextRole, "statusText"},
     };
 }
 
-QVariantMap CategoryRows::workingRow(const QVariantList& items,
-                                     const QVariantMap& rowStates,
-                                     const QString& category) {
-    const QString status = workingStatus(items, rowStates, category);
-    QString symbol = QStringLiteral("circle");
-    QString value = tr("waiting");
-    if (status == QLatin1String("running")) {
-        symbol = QStringLiteral("ellipsis.circle");
-        value = tr("removing");
-    } else if (status == QLatin1String("done")) {
-        symbol = QStringLiteral("checkmark.circle.fill");
-        value = tr("removed");
-    } else if (status == QLatin1String("failed")) {
-        symbol = QStringLiteral("exclamationmark.triangle.fill");
-        value = tr("could not be removed");
-    }
-
-    return {
-        {QStringLiteral("title"), title(category)},
-        {QStringLiteral("status"), status},
-        {QStringLiteral("symbol"), symbol},
-        {QStringLiteral("value"), value},
-    };
-}
-
-QVariantMap CategoryRows::remainingRow(const QString& path, const QString& reason) {
-    return {
-        {QStringLiteral("symbol"), QStringLiteral("exclamationmark.triangle")},
-        {QStringLiteral("title"), lastPathComponent(path)},
-        {QStringLiteral("paths"), QStringList{path}},
-        {QStringLiteral("trailing"), QString()},
-        {QStringLiteral("reason"), reason},
-        {QStringLiteral("warning"), true},
-    };
-}
-
-QString CategoryRows::lastPathComponent(const QString& path) {
-    qsizetype end = path.size();
-    while (end > 0 && path.at(end - 1) == QLatin1Char('/'))
-        --end;
-    if (end == 0)
-        return path.isEmpty() ? QString() : QStringLiteral("/");
-    const qsizetype slash = path.lastIndexOf(QLatin1Char('/'), end - 1);
-    return path.mid(slash + 1, end - slash - 1);
+QString CategoryRows::title(Category category) {
+    return QCoreApplication::translate("CategoryRows", infoOf(category).title);
 }

@@ -1,53 +1,88 @@
 #pragma once
 
+#include <QtQml/qqml.h>
 #include <QtQml/qqmlregistration.h>
 
-#include <QObject>
-#include <QStringList>
+#include <QAbstractListModel>
+#include <QHash>
+#include <QString>
 #include <QVariantList>
 #include <QVariantMap>
 
-// What the review, working and end screens show for each row, worked out from
-// the model's plain data. It lives in C++ so that the screens stay declarative
-// and the rules can be read (and tested) in one place.
+#include "app/UninstallerModel.h"
+
+// One row per item category, in display order, with what the review and the
+// working screens show for it, worked out from the model's items and row
+// states. It lives in C++ so that the screens stay declarative and the rules
+// can be read (and tested) in one place.
 //
 // Items are maps with the keys id, category, path, displayPath, state and
-// reason, as the model publishes them; row states are a map from item id to
-// "pending", "running", "done" or "failed".
-class CategoryRows : public QObject {
+// reason, as the model publishes them; row states map an item id to a
+// UninstallerModel::RowState. Both are set from QML by binding them to the
+// model's properties; every row changes when either does.
+class CategoryRows : public QAbstractListModel {
     Q_OBJECT
     QML_ELEMENT
-    QML_SINGLETON
 
-    // Every category, in display order.
-    Q_PROPERTY(QStringList categories READ categories CONSTANT)
+    Q_PROPERTY(QVariantList items READ items WRITE setItems NOTIFY itemsChanged)
+    Q_PROPERTY(QVariantMap rowStates READ rowStates WRITE setRowStates NOTIFY rowStatesChanged)
 
   public:
+    using Category = app::UninstallerModel::Category;
+    using RowState = app::UninstallerModel::RowState;
+
+    enum Role {
+        categoryRole = Qt::UserRole + 1,  // Category
+        titleRole,                        // "Settings", "Tavio app", …
+        // The review row: a category where something is present lists only
+        // what is not absent; one where nothing is present lists every
+        // location looked at, so the user sees where the search went. A
+        // skipped item makes the row a warning with its reason.
+        symbolRole,
+        pathsRole,
+        trailingRole,
+        reasonRole,
+        warningRole,
+        // The progress row: a RowState for the whole category, its symbol and
+        // the status word a screen reader speaks. A failure is shown only
+        // once nothing else in the category is queued or under way.
+        statusRole,
+        statusSymbolRole,
+        statusTextRole,
+    };
+
     explicit CategoryRows(QObject* parent = nullptr);
 
-    static QStringList categories();
+    QVariantList items() const { return items_; }
+    void setItems(const QVariantList& items);
+    QVariantMap rowStates() const { return rowStates_; }
+    void setRowStates(const QVariantMap& rowStates);
 
-    // The display title of a category ("Settings", "Tavio app", …).
-    Q_INVOKABLE static QString title(const QString& category);
+    int rowCount(const QModelIndex& parent = QModelIndex()) const override;
+    QVariant data(const QModelIndex& index, int role) const override;
+    QHash<int, QByteArray> roleNames() const override;
 
-    // The review row of one category: symbol, title, paths, trailing, reason and
-    // warning. A category where something is present lists only what is not
-    // absent; one where nothing is present lists every location looked at, so
-    // the user sees where the search went.
-    Q_INVOKABLE static QVariantMap reviewRow(const QVariantList& items, const QString& category);
+    // The display title of a category.
+    static QString title(Category category);
 
-    // The progress row of one category: title, status ("pending", "running",
-    // "done" or "failed"), symbol and the status word a screen reader speaks.
-    // A failure is shown only once nothing else in the category is queued or
-    // under way.
-    Q_INVOKABLE static QVariantMap workingRow(const QVariantList& items,
-                                              const QVariantMap& rowStates,
-                                              const QString& category);
+  signals:
+    void itemsChanged();
+    void rowStatesChanged();
 
-    // The row of one leftover on the incomplete end screen: titled with the last
-    // component of its path, always a warning.
-    Q_INVOKABLE static QVariantMap remainingRow(const QString& path, const QString& reason);
+  private:
+    void rowsChanged();
+    QVariant reviewData(Category category, int role) const;
+    QVariant workingData(Category category, int role) const;
 
-    // The last component of a file path: "/a/b/" gives "b", "/" gives "/".
-    Q_INVOKABLE static QString lastPathComponent(const QString& path);
+    QVariantList items_;
+    QVariantMap rowStates_;
+};
+
+// Qt 6.4 describes QAbstractListModel to the QML tools but not its base
+// class, so qmllint cannot follow the row models' ancestry. Naming the base
+// here puts its description in this module's type information.
+struct ItemModelForeign {
+    Q_GADGET
+    QML_FOREIGN(QAbstractItemModel)
+    QML_ANONYMOUS
 };

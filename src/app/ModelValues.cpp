@@ -7,69 +7,80 @@ using engine::UninstallOutcome;
 using target::ItemCategory;
 using target::ItemState;
 
-QString categoryName(ItemCategory category) {
+using Model = UninstallerModel;
+
+Model::Category category(ItemCategory category) {
     switch (category) {
         case ItemCategory::settings:
-            return QStringLiteral("settings");
+            return Model::Category::Settings;
         case ItemCategory::torrentCopies:
-            return QStringLiteral("torrentCopies");
+            return Model::Category::TorrentCopies;
         case ItemCategory::history:
-            return QStringLiteral("history");
+            return Model::Category::History;
         case ItemCategory::cache:
-            return QStringLiteral("cache");
+            return Model::Category::Cache;
         case ItemCategory::logsAndState:
-            return QStringLiteral("logsAndState");
+            return Model::Category::LogsAndState;
         case ItemCategory::app:
             break;
     }
-    return QStringLiteral("app");
+    return Model::Category::App;
 }
 
-QString stateName(ItemState::Kind state) {
+Model::ItemState state(ItemState::Kind state) {
     switch (state) {
         case ItemState::Kind::skipped:
-            return QStringLiteral("skipped");
+            return Model::ItemState::Skipped;
         case ItemState::Kind::present:
-            return QStringLiteral("present");
+            return Model::ItemState::Present;
         case ItemState::Kind::absent:
             break;
     }
-    return QStringLiteral("absent");
+    return Model::ItemState::Absent;
 }
 
-QString outcomeName(ItemOutcome::Kind outcome) {
+Model::ItemOutcome outcome(ItemOutcome::Kind outcome) {
     switch (outcome) {
         case ItemOutcome::Kind::skipped:
-            return QStringLiteral("skipped");
+            return Model::ItemOutcome::Skipped;
         case ItemOutcome::Kind::failed:
-            return QStringLiteral("failed");
+            return Model::ItemOutcome::Failed;
         case ItemOutcome::Kind::removed:
-            return QStringLiteral("removed");
+            return Model::ItemOutcome::Removed;
         case ItemOutcome::Kind::alreadyAbsent:
-            return QStringLiteral("alreadyAbsent");
+            return Model::ItemOutcome::AlreadyAbsent;
         case ItemOutcome::Kind::linkRemoved:
             break;
     }
-    return QStringLiteral("linkRemoved");
+    return Model::ItemOutcome::LinkRemoved;
 }
 
-QString outcomeName(UninstallOutcome outcome) {
+Model::Outcome outcome(UninstallOutcome outcome) {
     switch (outcome) {
         case UninstallOutcome::completed:
-            return QStringLiteral("completed");
+            return Model::Outcome::Completed;
         case UninstallOutcome::incomplete:
-            return QStringLiteral("incomplete");
+            return Model::Outcome::Incomplete;
         case UninstallOutcome::didNotQuit:
-            return QStringLiteral("didNotQuit");
+            return Model::Outcome::DidNotQuit;
         case UninstallOutcome::cancelled:
             break;
     }
-    return QStringLiteral("cancelled");
+    return Model::Outcome::Cancelled;
 }
 
 QString text(const std::string& utf8) {
     return QString::fromStdString(utf8);
 }
+
+namespace {
+
+template <typename Enumeration>
+int number(Enumeration value) {
+    return static_cast<int>(value);
+}
+
+}  // namespace
 
 QVariantList items(const target::Inventory& inventory) {
     QVariantList list;
@@ -77,10 +88,10 @@ QVariantList items(const target::Inventory& inventory) {
     for (const target::InventoryItem& item : inventory.items) {
         list.append(QVariantMap{
             {QStringLiteral("id"), text(item.id)},
-            {QStringLiteral("category"), categoryName(item.category)},
+            {QStringLiteral("category"), number(category(item.category))},
             {QStringLiteral("path"), text(item.path)},
             {QStringLiteral("displayPath"), text(item.displayPath)},
-            {QStringLiteral("state"), stateName(item.state.kind())},
+            {QStringLiteral("state"), number(state(item.state.kind()))},
             {QStringLiteral("reason"), text(item.state.reason())},
         });
     }
@@ -99,14 +110,14 @@ QVariantMap report(const engine::UninstallReport& report) {
     for (const engine::ItemResult& result : report.results) {
         results.append(QVariantMap{
             {QStringLiteral("id"), text(result.item.id)},
-            {QStringLiteral("category"), categoryName(result.item.category)},
+            {QStringLiteral("category"), number(category(result.item.category))},
             {QStringLiteral("path"), text(result.item.path)},
             {QStringLiteral("displayPath"), text(result.item.displayPath)},
-            {QStringLiteral("outcome"), outcomeName(result.outcome.kind())},
+            {QStringLiteral("outcome"), number(outcome(result.outcome.kind()))},
         });
     }
     return QVariantMap{
-        {QStringLiteral("outcome"), outcomeName(report.outcome)},
+        {QStringLiteral("outcome"), number(outcome(report.outcome))},
         {QStringLiteral("alreadyAbsentCount"), report.alreadyAbsentCount()},
         {QStringLiteral("remaining"), remaining},
         {QStringLiteral("results"), results},

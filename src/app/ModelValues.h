@@ -4,23 +4,27 @@
 #include <QVariantList>
 #include <QVariantMap>
 
+#include "app/UninstallerModel.h"
 #include "engine/UninstallReport.h"
 #include "target/Inventory.h"
 
 // How the core's values look to the screens: plain maps and lists of
-// strings and numbers, with every enumeration case written as its name.
+// strings and numbers, with every enumeration case one of the model's own
+// enumerations, which QML reads by name.
 namespace app::values {
 
-QString categoryName(target::ItemCategory category);
-QString stateName(target::ItemState::Kind state);
-QString outcomeName(engine::ItemOutcome::Kind outcome);
-QString outcomeName(engine::UninstallOutcome outcome);
+UninstallerModel::Category category(target::ItemCategory category);
+UninstallerModel::ItemState state(target::ItemState::Kind state);
+UninstallerModel::ItemOutcome outcome(engine::ItemOutcome::Kind outcome);
+UninstallerModel::Outcome outcome(engine::UninstallOutcome outcome);
 
 // Text from the core, which is UTF-8 throughout.
 QString text(const std::string& utf8);
 
 // One entry per item, in inventory order: {id, category, path, displayPath,
 // state, reason}; reason is the skip text, or "" for the other states.
+// Enumeration values are held as their numbers, which is how QML compares
+// them.
 QVariantList items(const target::Inventory& inventory);
 
 // {outcome, alreadyAbsentCount, remaining: [{path, reason}], results: [{id,

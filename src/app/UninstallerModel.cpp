@@ -17,31 +17,17 @@ namespace {
 
 using Kind = UninstallerModel::Phase::Kind;
 
-QString rowStateName(UninstallerModel::RowState state) {
-    switch (state) {
-        case UninstallerModel::RowState::pending:
-            return QStringLiteral("pending");
-        case UninstallerModel::RowState::running:
-            return QStringLiteral("running");
-        case UninstallerModel::RowState::done:
-            return QStringLiteral("done");
-        case UninstallerModel::RowState::failed:
-            break;
-    }
-    return QStringLiteral("failed");
-}
-
 // Review stays up when something could not be handled, so that the user
 // sees why; only an account with nothing of Tavio at all gets the short
 // screen.
 Kind phaseFor(const target::Inventory& inventory) {
     if (!inventory.removableItems().empty()) {
-        return Kind::review;
+        return Kind::Review;
     }
     const bool anySkipped = std::any_of(
         inventory.items.begin(), inventory.items.end(),
         [](const auto& item) { return item.state.kind() == target::ItemState::Kind::skipped; });
-    return anySkipped ? Kind::review : Kind::nothingToRemove;
+    return anySkipped ? Kind::Review : Kind::NothingToRemove;
 }
 
 QString pathText(const std::string& path) {
@@ -56,8 +42,8 @@ UninstallerModel::UninstallerModel(engine::UninstallEngine engine,
     : QObject(parent), engine_(std::move(engine)), actions_(std::move(actions)) {
     inventory_ = scan();
     items_ = values::items(inventory_);
-    if (phaseFor(inventory_) == Kind::nothingToRemove) {
-        phase_ = Phase{Kind::nothingToRemove, std::nullopt};
+    if (phaseFor(inventory_) == Kind::NothingToRemove) {
+        phase_ = Phase{Kind::NothingToRemove, std::nullopt};
     }
 }
 
@@ -74,22 +60,6 @@ UninstallerModel::~UninstallerModel() {
     retired_.clear();
 }
 
-QString UninstallerModel::phase() const {
-    switch (phase_.kind) {
-        case Kind::finished:
-            return QStringLiteral("finished");
-        case Kind::review:
-            return QStringLiteral("review");
-        case Kind::working:
-            return QStringLiteral("working");
-        case Kind::quitFailed:
-            return QStringLiteral("quitFailed");
-        case Kind::nothingToRemove:
-            break;
-    }
-    return QStringLiteral("nothingToRemove");
-}
-
 QString UninstallerModel::userName() const {
     return values::text(inventory_.userName);
 }
@@ -101,7 +71,7 @@ int UninstallerModel::removableCount() const {
 QVariantMap UninstallerModel::rowStatesMap() const {
     QVariantMap map;
     for (const auto& [id, state] : rowStates_) {
-        map.insert(values::text(id), rowStateName(state));
+        map.insert(values::text(id), static_cast<int>(state));
     }
     return map;
 }
@@ -115,13 +85,13 @@ void UninstallerModel::setIsConfirming(bool confirming) {
 }
 
 bool UninstallerModel::isBusy() const {
-    return phase_.kind == Kind::working && !waitingForQuit_;
+    return phase_.kind == Kind::Working && !waitingForQuit_;
 }
 
 int UninstallerModel::finishedCount() const {
     return static_cast<int>(
         std::count_if(rowStates_.begin(), rowStates_.end(), [](const auto& row) {
-            return row.second == RowState::done || row.second == RowState::failed;
+            return row.second == RowState::Done || row.second == RowState::Failed;
         }));
 }
 
@@ -132,7 +102,7 @@ void UninstallerModel::refresh() {
 }
 
 void UninstallerModel::startUninstall() {
-    if (phase_.kind != Kind::review && phase_.kind != Kind::quitFailed) {
+    if (phase_.kind != Kind::Review && phase_.kind != Kind::QuitFailed) {
         return;
     }
     // The run works on what is there now, not on what the review showed.
@@ -140,13 +110,13 @@ void UninstallerModel::startUninstall() {
     publishInventory(fresh);
     std::map<std::string, RowState> rows;
     for (const target::InventoryItem& item : fresh.items) {
-        if (!rows.emplace(item.id, RowState::pending).second) {
+        if (!rows.emplace(item.id, RowState::Pending).second) {
             base::trap("inventory item ids must be unique");
         }
     }
     publishRowStates(std::move(rows));
     publishWaitingForQuit(false);
-    publishPhase(Phase{Kind::working, std::nullopt});
+    publishPhase(Phase{Kind::Working, std::nullopt});
     launch(std::move(fresh));
 }
 
@@ -157,7 +127,7 @@ void UninstallerModel::cancel() {
 }
 
 void UninstallerModel::revealRemaining() {
-    if (phase_.kind != Kind::finished || !phase_.report) {
+    if (phase_.kind != Kind::Finished || !phase_.report) {
         return;
     }
     QStringList existing;
@@ -171,7 +141,7 @@ void UninstallerModel::revealRemaining() {
 }
 
 void UninstallerModel::copyRemainingPaths() {
-    if (phase_.kind != Kind::finished || !phase_.report) {
+    if (phase_.kind != Kind::Finished || !phase_.report) {
         return;
     }
     QStringList paths;
@@ -280,12 +250,12 @@ void UninstallerModel::apply(const engine::UninstallEvent& event) {
             return;
         case engine::UninstallEvent::Kind::removing:
             publishWaitingForQuit(false);
-            setRowState(*event.item(), RowState::running);
+            setRowState(*event.item(), RowState::Running);
             return;
         case engine::UninstallEvent::Kind::finished:
             // A skipped item is not done, so it shows as failed in progress.
             setRowState(*event.item(),
-                        event.outcome()->isDone() ? RowState::done : RowState::failed);
+                        event.outcome()->isDone() ? RowState::Done : RowState::Failed);
             return;
     }
 }
@@ -307,11 +277,11 @@ void UninstallerModel::finishRun(std::uint64_t serial, const engine::UninstallRe
     switch (report.outcome) {
         case engine::UninstallOutcome::completed:
         case engine::UninstallOutcome::incomplete:
-            publishPhase(Phase{Kind::finished, report});
+            publishPhase(Phase{Kind::Finished, report});
             return;
         case engine::UninstallOutcome::didNotQuit:
             // Rows stay pending: nothing was touched, and a retry resets them.
-            publishPhase(Phase{Kind::quitFailed, std::nullopt});
+            publishPhase(Phase{Kind::QuitFailed, std::nullopt});
             return;
         case engine::UninstallOutcome::cancelled:
             refresh();

@@ -37,34 +37,69 @@ class UninstallerModel : public QObject {
     QML_ELEMENT
     QML_UNCREATABLE("The application makes the one model and hands it to the window.")
 
-    // "finished", "review", "working", "quitFailed" or "nothingToRemove".
-    Q_PROPERTY(QString phase READ phase NOTIFY phaseChanged)
+    // Scoped only: QML names each value with its enumeration
+    // (UninstallerModel.RowState.Failed), so equal case names in two
+    // enumerations cannot stand for one another.
+    Q_CLASSINFO("RegisterEnumClassesUnscoped", "false")
+
+    Q_PROPERTY(PhaseKind phase READ phase NOTIFY phaseChanged)
     Q_PROPERTY(QString userName READ userName NOTIFY userNameChanged)
-    // {id, category, path, displayPath, state, reason} per item, in order.
+    // {id, category: Category, path, displayPath, state: ItemState, reason}
+    // per item, in order.
     Q_PROPERTY(QVariantList items READ items NOTIFY itemsChanged)
     Q_PROPERTY(int removableCount READ removableCount NOTIFY removableCountChanged)
     Q_PROPERTY(bool waitingForQuit READ waitingForQuit NOTIFY waitingForQuitChanged)
-    // Item id → "pending", "running", "done" or "failed".
+    // Item id → RowState.
     Q_PROPERTY(QVariantMap rowStates READ rowStatesMap NOTIFY rowStatesChanged)
     Q_PROPERTY(bool isConfirming READ isConfirming WRITE setIsConfirming NOTIFY isConfirmingChanged)
     Q_PROPERTY(bool isBusy READ isBusy NOTIFY isBusyChanged)
     Q_PROPERTY(int finishedCount READ finishedCount NOTIFY finishedCountChanged)
-    // Empty unless the phase is "finished"; see values::report().
+    // Empty unless the phase is finished; see values::report().
     Q_PROPERTY(QVariantMap report READ report NOTIFY reportChanged)
 
   public:
-    // Which screen the model stands for. Only `finished` carries a value: the
-    // report of the run that ended there.
-    struct Phase {
-        enum class Kind { finished, review, working, quitFailed, nothingToRemove };
+    // The values the screens compare, as QML reads them: by name, and QML
+    // takes a name for an enumeration value only when it begins with a
+    // capital. So these, and only these, depart from the lowerCamel case
+    // names of the rest of the code.
+    // NOLINTBEGIN(readability-identifier-naming)
 
-        Kind kind = Kind::review;
+    // Which screen the model stands for.
+    enum class PhaseKind { Finished, Review, Working, QuitFailed, NothingToRemove };
+    Q_ENUM(PhaseKind)
+
+    // How far the removal of one item has come.
+    enum class RowState { Pending, Running, Done, Failed };
+    Q_ENUM(RowState)
+
+    // An item's category, in the order the screens list them.
+    enum class Category { Settings, TorrentCopies, History, Cache, LogsAndState, App };
+    Q_ENUM(Category)
+
+    // What the scan found at an item's place.
+    enum class ItemState { Present, Absent, Skipped };
+    Q_ENUM(ItemState)
+
+    // What a run did with one item.
+    enum class ItemOutcome { Removed, LinkRemoved, AlreadyAbsent, Skipped, Failed };
+    Q_ENUM(ItemOutcome)
+
+    // How a run ended.
+    enum class Outcome { Completed, Incomplete, DidNotQuit, Cancelled };
+    Q_ENUM(Outcome)
+
+    // NOLINTEND(readability-identifier-naming)
+
+    // The current phase. Only `finished` carries a value: the report of the
+    // run that ended there.
+    struct Phase {
+        using Kind = PhaseKind;
+
+        Kind kind = Kind::Review;
         std::optional<engine::UninstallReport> report;
 
         bool operator==(const Phase&) const = default;
     };
-
-    enum class RowState { pending, running, done, failed };
 
     // Scans at once, so the first screen has its inventory. `actions` serve
     // the report's copy and reveal buttons.
@@ -85,7 +120,7 @@ class UninstallerModel : public QObject {
     const std::map<std::string, RowState>& rowStates() const { return rowStates_; }
     bool hasTask() const { return task_.joinable(); }
 
-    QString phase() const;
+    PhaseKind phase() const { return phase_.kind; }
     QString userName() const;
     QVariantList items() const { return items_; }
     int removableCount() const;

@@ -17,7 +17,7 @@ ColumnLayout {
     required property var model
     required property var report
 
-    readonly property bool completed: root.report.outcome === "completed"
+    readonly property bool completed: root.report.outcome === UninstallerModel.Outcome.Completed
     readonly property var remaining: root.report.remaining ?? []
 
     spacing: Theme.sectionSpacing
@@ -48,13 +48,18 @@ ColumnLayout {
 
             Repeater {
                 objectName: "remainingRows"
-                model: root.remaining
+                model: RemainingRows {
+                    remaining: root.remaining
+                }
 
                 ColumnLayout {
                     id: entry
-                    required property var modelData
                     required property int index
-                    readonly property var row: CategoryRows.remainingRow(entry.modelData.path, entry.modelData.reason)
+                    required property string symbol
+                    required property string title
+                    required property var paths
+                    required property string reason
+                    required property bool warning
 
                     Layout.fillWidth: true
                     spacing: 0
@@ -64,11 +69,11 @@ ColumnLayout {
                     }
 
                     PathRow {
-                        symbol: entry.row.symbol
-                        title: entry.row.title
-                        paths: entry.row.paths
-                        reason: entry.row.reason
-                        warning: entry.row.warning
+                        symbol: entry.symbol
+                        title: entry.title
+                        paths: entry.paths
+                        reason: entry.reason
+                        warning: entry.warning
                     }
                 }
             }

@@ -65,13 +65,20 @@ ColumnLayout {
 
         Repeater {
             objectName: "reviewRows"
-            model: CategoryRows.categories
+            model: CategoryRows {
+                items: root.model.items
+            }
 
             ColumnLayout {
                 id: entry
-                required property string modelData
                 required property int index
-                readonly property var row: CategoryRows.reviewRow(root.model.items, entry.modelData)
+                required property int category
+                required property string symbol
+                required property string title
+                required property var paths
+                required property string trailing
+                required property string reason
+                required property bool warning
 
                 Layout.fillWidth: true
                 spacing: 0
@@ -81,13 +88,13 @@ ColumnLayout {
                 }
 
                 PathRow {
-                    objectName: "reviewRow_" + entry.modelData
-                    symbol: entry.row.symbol
-                    title: entry.row.title
-                    paths: entry.row.paths
-                    trailing: entry.row.trailing
-                    reason: entry.row.reason
-                    warning: entry.row.warning
+                    objectName: "reviewRow_" + entry.category
+                    symbol: entry.symbol
+                    title: entry.title
+                    paths: entry.paths
+                    trailing: entry.trailing
+                    reason: entry.reason
+                    warning: entry.warning
                 }
             }
         }

@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 import UninstallTavio
+import UninstallTavio.App
 
 // The window's whole content: the screen for the model's phase in a column of
 // fixed width whose height follows the screen, the close-button guard, and the
@@ -33,11 +34,11 @@ Item {
 
         sourceComponent: {
             switch (root.model.phase) {
-            case "finished": return finishedScreen
-            case "review": return reviewScreen
-            case "working": return workingScreen
-            case "quitFailed": return quitFailedScreen
-            case "nothingToRemove": return nothingToRemoveScreen
+            case UninstallerModel.PhaseKind.Finished: return finishedScreen
+            case UninstallerModel.PhaseKind.Review: return reviewScreen
+            case UninstallerModel.PhaseKind.Working: return workingScreen
+            case UninstallerModel.PhaseKind.QuitFailed: return quitFailedScreen
+            case UninstallerModel.PhaseKind.NothingToRemove: return nothingToRemoveScreen
             }
             return null
         }

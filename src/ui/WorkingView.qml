@@ -23,15 +23,18 @@ ColumnLayout {
     // after the title.
     component StatusRow: Item {
         id: statusRow
-        required property var row
+        required property string title
+        required property int status
+        required property string statusSymbol
+        required property string statusText
 
         Layout.fillWidth: true
         implicitHeight: line.implicitHeight + 16
-        opacity: statusRow.row.status === "pending" ? 0.6 : 1.0
+        opacity: statusRow.status === UninstallerModel.RowState.Pending ? 0.6 : 1.0
 
         Accessible.role: Accessible.ListItem
-        Accessible.name: statusRow.row.title
-        Accessible.description: statusRow.row.value
+        Accessible.name: statusRow.title
+        Accessible.description: statusRow.statusText
 
         RowLayout {
             id: line
@@ -46,15 +49,15 @@ ColumnLayout {
                 objectName: "statusSymbol"
                 Layout.preferredWidth: 18
                 Layout.alignment: Qt.AlignVCenter | Qt.AlignHCenter
-                symbol: statusRow.row.symbol
-                color: statusRow.row.status === "done" ? Theme.green
-                     : statusRow.row.status === "failed" ? Theme.orange
+                symbol: statusRow.statusSymbol
+                color: statusRow.status === UninstallerModel.RowState.Done ? Theme.green
+                     : statusRow.status === UninstallerModel.RowState.Failed ? Theme.orange
                      : Theme.secondary
             }
 
             Label {
                 Layout.fillWidth: true
-                text: statusRow.row.title
+                text: statusRow.title
                 wrapMode: Text.Wrap
                 color: Theme.label
                 Accessible.ignored: true
@@ -85,12 +88,19 @@ ColumnLayout {
 
         Repeater {
             objectName: "statusRows"
-            model: CategoryRows.categories
+            model: CategoryRows {
+                items: root.model.items
+                rowStates: root.model.rowStates
+            }
 
             ColumnLayout {
                 id: entry
-                required property string modelData
                 required property int index
+                required property int category
+                required property string title
+                required property int status
+                required property string statusSymbol
+                required property string statusText
 
                 Layout.fillWidth: true
                 spacing: 0
@@ -100,8 +110,11 @@ ColumnLayout {
                 }
 
                 StatusRow {
-                    objectName: "statusRow_" + entry.modelData
-                    row: CategoryRows.workingRow(root.model.items, root.model.rowStates, entry.modelData)
+                    objectName: "statusRow_" + entry.category
+                    title: entry.title
+                    status: entry.status
+                    statusSymbol: entry.statusSymbol
+                    statusText: entry.statusText
                 }
             }
         }

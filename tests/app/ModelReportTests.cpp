@@ -14,22 +14,22 @@ void UninstallerModelTests::incompleteReportListsWhatRemains() {
     plantRefusedApp(1);
     UninstallerModel& model = makeModel();
     model.startUninstall();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), PhaseKind::Finished, kWaitMs);
 
     const QVariantMap report = model.report();
-    QCOMPARE(report.value("outcome").toString(), QStringLiteral("incomplete"));
+    QCOMPARE(as<Outcome>(report.value("outcome")), Outcome::Incomplete);
     const QVariantList remaining = report.value("remaining").toList();
     QCOMPARE(remaining.size(), 1);
     QCOMPARE(remaining.at(0).toMap().value("path").toString(), QString::fromStdString(appPath(1)));
     QVERIFY(!remaining.at(0).toMap().value("reason").toString().isEmpty());
     const QVariantMap app = report.value("results").toList().last().toMap();
     QCOMPARE(app.value("id").toString(), QString::fromStdString("app:" + appPath(1)));
-    QCOMPARE(app.value("category").toString(), QStringLiteral("app"));
+    QCOMPARE(as<Category>(app.value("category")), Category::App);
     QCOMPARE(app.value("path").toString(), QString::fromStdString(appPath(1)));
     QCOMPARE(app.value("displayPath").toString(), QString::fromStdString(appPath(1)));
-    QCOMPARE(app.value("outcome").toString(), QStringLiteral("skipped"));
-    QCOMPARE(report.value("results").toList().first().toMap().value("outcome").toString(),
-             QStringLiteral("alreadyAbsent"));
+    QCOMPARE(as<ItemOutcome>(app.value("outcome")), ItemOutcome::Skipped);
+    QCOMPARE(as<ItemOutcome>(report.value("results").toList().first().toMap().value("outcome")),
+             ItemOutcome::AlreadyAbsent);
 }
 
 void UninstallerModelTests::copyPutsTwoPathsWithOneLineFeedBetween() {
@@ -37,7 +37,7 @@ void UninstallerModelTests::copyPutsTwoPathsWithOneLineFeedBetween() {
     plantRefusedApp(2);
     UninstallerModel& model = makeModel();
     model.startUninstall();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), PhaseKind::Finished, kWaitMs);
     QCOMPARE(model.report().value("remaining").toList().size(), 2);
 
     model.copyRemainingPaths();
@@ -50,7 +50,7 @@ void UninstallerModelTests::revealShowsOnlyExistingPathsEvenWhenNoneIsLeft() {
     plantRefusedApp(2);
     UninstallerModel& model = makeModel();
     model.startUninstall();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), PhaseKind::Finished, kWaitMs);
 
     model.revealRemaining();
     testsupport::removeAll(appPath(1));
@@ -75,7 +75,7 @@ void UninstallerModelTests::lateEventsOnlyTouchRowsAndWaiting() {
     plantFolder("Caches/io.tavio.Tavio");
     UninstallerModel& model = makeModel();
     model.startUninstall();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), PhaseKind::Finished, kWaitMs);
     const UninstallerModel::Phase finished = model.currentPhase();
     const target::InventoryItem first = model.inventory().items.front();
 
@@ -84,9 +84,9 @@ void UninstallerModelTests::lateEventsOnlyTouchRowsAndWaiting() {
     QCOMPARE(model.isBusy(), false);
     model.apply(engine::UninstallEvent::removing(first));
     QCOMPARE(model.waitingForQuit(), false);
-    QCOMPARE(model.rowStates().at(first.id), UninstallerModel::RowState::running);
+    QCOMPARE(model.rowStates().at(first.id), UninstallerModel::RowState::Running);
     model.apply(engine::UninstallEvent::finished(first, engine::ItemOutcome::skipped("late")));
-    QCOMPARE(model.rowStates().at(first.id), UninstallerModel::RowState::failed);
+    QCOMPARE(model.rowStates().at(first.id), UninstallerModel::RowState::Failed);
     QVERIFY(model.currentPhase() == finished);
     QCOMPARE(model.isBusy(), false);
 }
@@ -95,12 +95,12 @@ void UninstallerModelTests::refreshFromFinishedRescansAndClearsRows() {
     plantFolder("Caches/io.tavio.Tavio");
     UninstallerModel& model = makeModel();
     model.startUninstall();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), PhaseKind::Finished, kWaitMs);
     model.setIsConfirming(true);
     QSignalSpy phases(&model, &UninstallerModel::phaseChanged);
 
     model.refresh();
-    QCOMPARE(model.phase(), QStringLiteral("nothingToRemove"));
+    QCOMPARE(model.phase(), PhaseKind::NothingToRemove);
     QCOMPARE(phases.count(), 1);
     QVERIFY(model.rowStates().empty());
     QVERIFY(model.report().isEmpty());
@@ -108,7 +108,7 @@ void UninstallerModelTests::refreshFromFinishedRescansAndClearsRows() {
 
     plantFolder("Logs/io.tavio.Tavio");
     model.refresh();
-    QCOMPARE(model.phase(), QStringLiteral("review"));
+    QCOMPARE(model.phase(), PhaseKind::Review);
     QCOMPARE(phases.count(), 2);
 }
 
@@ -121,5 +121,5 @@ void UninstallerModelTests::confirmingNotifiesOnlyOnChange() {
     QCOMPARE(model.property("isConfirming").toBool(), true);
     model.setIsConfirming(false);
     QCOMPARE(confirming.count(), 2);
-    QCOMPARE(model.phase(), QStringLiteral("review"));
+    QCOMPARE(model.phase(), PhaseKind::Review);
 }

@@ -67,7 +67,7 @@ void UninstallerModelTests::firstScanShowsReviewWithTheInventory() {
     plantFolder("Caches/io.tavio.Tavio");
     UninstallerModel& model = makeModel();
 
-    QCOMPARE(model.phase(), QStringLiteral("review"));
+    QCOMPARE(model.phase(), PhaseKind::Review);
     QCOMPARE(model.userName(), QStringLiteral("alice"));
     QCOMPARE(model.removableCount(), 1);
     QCOMPARE(model.waitingForQuit(), false);
@@ -83,22 +83,22 @@ void UninstallerModelTests::firstScanShowsReviewWithTheInventory() {
     const QString cachePath = QString::fromStdString(library("Caches/io.tavio.Tavio"));
     const QVariantMap cache = items.at(5).toMap();
     QCOMPARE(cache.value("id").toString(), "tree:" + cachePath);
-    QCOMPARE(cache.value("category").toString(), QStringLiteral("cache"));
+    QCOMPARE(as<Category>(cache.value("category")), Category::Cache);
     QCOMPARE(cache.value("path").toString(), cachePath);
     QCOMPARE(cache.value("displayPath").toString(),
              QStringLiteral("~/Library/Caches/io.tavio.Tavio"));
-    QCOMPARE(cache.value("state").toString(), QStringLiteral("present"));
+    QCOMPARE(as<ItemState>(cache.value("state")), ItemState::Present);
     QCOMPARE(cache.value("reason").toString(), QString());
     const QVariantMap prefs = items.at(0).toMap();
     QCOMPARE(prefs.value("id").toString(), QStringLiteral("prefs:io.tavio.Tavio"));
-    QCOMPARE(prefs.value("category").toString(), QStringLiteral("settings"));
-    QCOMPARE(prefs.value("state").toString(), QStringLiteral("absent"));
-    QCOMPARE(items.last().toMap().value("category").toString(), QStringLiteral("app"));
+    QCOMPARE(as<Category>(prefs.value("category")), Category::Settings);
+    QCOMPARE(as<ItemState>(prefs.value("state")), ItemState::Absent);
+    QCOMPARE(as<Category>(items.last().toMap().value("category")), Category::App);
 }
 
 void UninstallerModelTests::emptyAccountShowsNothingToRemove() {
     UninstallerModel& model = makeModel();
-    QCOMPARE(model.phase(), QStringLiteral("nothingToRemove"));
+    QCOMPARE(model.phase(), PhaseKind::NothingToRemove);
     QCOMPARE(model.userName(), QStringLiteral("alice"));
     QCOMPARE(model.removableCount(), 0);
 }
@@ -108,9 +108,9 @@ void UninstallerModelTests::oneSkippedItemShowsReview() {
     UninstallerModel& model = makeModel();
 
     QCOMPARE(model.removableCount(), 0);
-    QCOMPARE(model.phase(), QStringLiteral("review"));
+    QCOMPARE(model.phase(), PhaseKind::Review);
     const QVariantMap app = model.items().last().toMap();
-    QCOMPARE(app.value("state").toString(), QStringLiteral("skipped"));
+    QCOMPARE(as<ItemState>(app.value("state")), ItemState::Skipped);
     QCOMPARE(
         app.value("reason").toString(),
         QString::fromStdString(target::AppVerificationProblem::invalidSignature().explanation()));
@@ -124,20 +124,20 @@ void UninstallerModelTests::completedRunFinishesWithItsReport() {
     QSignalSpy phases(&model, &UninstallerModel::phaseChanged);
 
     model.startUninstall();
-    QCOMPARE(model.phase(), QStringLiteral("working"));
+    QCOMPARE(model.phase(), PhaseKind::Working);
     QCOMPARE(model.rowStates().size(), model.inventory().items.size());
-    QCOMPARE(rowsIn(UninstallerModel::RowState::pending),
+    QCOMPARE(rowsIn(UninstallerModel::RowState::Pending),
              static_cast<int>(model.inventory().items.size()));
     QVERIFY(model.hasTask());
 
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), PhaseKind::Finished, kWaitMs);
     QCOMPARE(phases.count(), 2);
     QCOMPARE(model.isBusy(), false);
     QCOMPARE(model.waitingForQuit(), false);
-    QCOMPARE(rowsIn(UninstallerModel::RowState::done), static_cast<int>(model.rowStates().size()));
+    QCOMPARE(rowsIn(UninstallerModel::RowState::Done), static_cast<int>(model.rowStates().size()));
     QCOMPARE(model.finishedCount(), static_cast<int>(model.rowStates().size()));
     const QVariantMap report = model.report();
-    QCOMPARE(report.value("outcome").toString(), QStringLiteral("completed"));
+    QCOMPARE(as<Outcome>(report.value("outcome")), Outcome::Completed);
     QCOMPARE(report.value("alreadyAbsentCount").toInt(),
              static_cast<int>(model.inventory().items.size()) - 2);
     QVERIFY(report.value("remaining").toList().isEmpty());
@@ -162,29 +162,29 @@ void UninstallerModelTests::startUninstallTwiceStartsOneRun() {
     QTRY_VERIFY_WITH_TIMEOUT(model.waitingForQuit(), kWaitMs);
     model.startUninstall();
     QCOMPARE(items.count(), 1);
-    QCOMPARE(model.phase(), QStringLiteral("working"));
+    QCOMPARE(model.phase(), PhaseKind::Working);
 
     model.cancel();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("review"), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), PhaseKind::Review, kWaitMs);
     QCOMPARE(processes_->quitRequests(), 1);
 }
 
 void UninstallerModelTests::startUninstallIsIgnoredOnOtherScreens() {
     UninstallerModel& model = makeModel();
-    QCOMPARE(model.phase(), QStringLiteral("nothingToRemove"));
+    QCOMPARE(model.phase(), PhaseKind::NothingToRemove);
     model.startUninstall();
-    QCOMPARE(model.phase(), QStringLiteral("nothingToRemove"));
+    QCOMPARE(model.phase(), PhaseKind::NothingToRemove);
     QVERIFY(!model.hasTask());
 
     plantFolder("Caches/io.tavio.Tavio");
     model.refresh();
     model.startUninstall();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), PhaseKind::Finished, kWaitMs);
     const QVariantMap report = model.report();
     QSignalSpy items(&model, &UninstallerModel::itemsChanged);
     model.startUninstall();
     QTest::qWait(50);
-    QCOMPARE(model.phase(), QStringLiteral("finished"));
+    QCOMPARE(model.phase(), PhaseKind::Finished);
     QCOMPARE(model.report(), report);
     QCOMPARE(items.count(), 0);
 }
@@ -198,11 +198,11 @@ void UninstallerModelTests::didNotQuitKeepsRowsPendingAndRetryStartsAgain() {
             [&] { sawWaiting = sawWaiting || model.waitingForQuit(); });
 
     model.startUninstall();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("quitFailed"), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), PhaseKind::QuitFailed, kWaitMs);
     QVERIFY(sawWaiting);
     QCOMPARE(model.waitingForQuit(), false);
     QCOMPARE(model.isBusy(), false);
-    QCOMPARE(rowsIn(UninstallerModel::RowState::pending),
+    QCOMPARE(rowsIn(UninstallerModel::RowState::Pending),
              static_cast<int>(model.inventory().items.size()));
     QCOMPARE(model.finishedCount(), 0);
     QVERIFY(model.report().isEmpty());
@@ -212,12 +212,12 @@ void UninstallerModelTests::didNotQuitKeepsRowsPendingAndRetryStartsAgain() {
     processes_->setRunning(false);
     plantFolder("Logs/io.tavio.Tavio");
     model.startUninstall();
-    QCOMPARE(model.phase(), QStringLiteral("working"));
+    QCOMPARE(model.phase(), PhaseKind::Working);
     QCOMPARE(model.removableCount(), 2);
-    QCOMPARE(rowsIn(UninstallerModel::RowState::pending),
+    QCOMPARE(rowsIn(UninstallerModel::RowState::Pending),
              static_cast<int>(model.inventory().items.size()));
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
-    QCOMPARE(model.report().value("outcome").toString(), QStringLiteral("completed"));
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), PhaseKind::Finished, kWaitMs);
+    QCOMPARE(as<Outcome>(model.report().value("outcome")), Outcome::Completed);
     QVERIFY(!testsupport::exists(library("Logs/io.tavio.Tavio")));
     QCOMPARE(processes_->quitRequests(), 1);
 }
@@ -228,14 +228,14 @@ void UninstallerModelTests::cancelDuringTheWaitRescans() {
     UninstallerModel& model = makeModel();
     model.startUninstall();
     QTRY_VERIFY_WITH_TIMEOUT(model.waitingForQuit(), kWaitMs);
-    QCOMPARE(model.phase(), QStringLiteral("working"));
+    QCOMPARE(model.phase(), PhaseKind::Working);
     QCOMPARE(model.isBusy(), false);
     QCOMPARE(model.removableCount(), 1);
 
     plantFolder("Logs/io.tavio.Tavio");
     QSignalSpy items(&model, &UninstallerModel::itemsChanged);
     model.cancel();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("review"), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), PhaseKind::Review, kWaitMs);
     QCOMPARE(items.count(), 1);
     QCOMPARE(model.removableCount(), 2);
     QVERIFY(model.rowStates().empty());
@@ -251,7 +251,7 @@ void UninstallerModelTests::cancelDuringTheWaitCanEndWithNothingToRemove() {
     QTRY_VERIFY_WITH_TIMEOUT(model.waitingForQuit(), kWaitMs);
     testsupport::removeAll(library("Caches/io.tavio.Tavio"));
     model.cancel();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("nothingToRemove"), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), PhaseKind::NothingToRemove, kWaitMs);
     QVERIFY(model.rowStates().empty());
 }
 
@@ -259,15 +259,15 @@ void UninstallerModelTests::cancelOutsideTheWaitDoesNothing() {
     plantFolder("Caches/io.tavio.Tavio");
     UninstallerModel& model = makeModel();
     model.cancel();  // no task yet
-    QCOMPARE(model.phase(), QStringLiteral("review"));
+    QCOMPARE(model.phase(), PhaseKind::Review);
 
     processes_->holdAtCall(1);  // the check before the first item
     model.startUninstall();
     QTRY_VERIFY_WITH_TIMEOUT(processes_->isHeld() && model.isBusy(), kWaitMs);
     model.cancel();
     processes_->release();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
-    QCOMPARE(model.report().value("outcome").toString(), QStringLiteral("completed"));
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), PhaseKind::Finished, kWaitMs);
+    QCOMPARE(as<Outcome>(model.report().value("outcome")), Outcome::Completed);
 }
 
 void UninstallerModelTests::busyOnlyWhileRemoving() {
@@ -277,17 +277,17 @@ void UninstallerModelTests::busyOnlyWhileRemoving() {
     processes_->holdAtCall(1);
 
     model.startUninstall();
-    QTRY_COMPARE_WITH_TIMEOUT(model.rowStates().at(idOf(0)), UninstallerModel::RowState::running,
+    QTRY_COMPARE_WITH_TIMEOUT(model.rowStates().at(idOf(0)), UninstallerModel::RowState::Running,
                               kWaitMs);
     QCOMPARE(model.isBusy(), true);
-    QCOMPARE(model.phase(), QStringLiteral("working"));
+    QCOMPARE(model.phase(), PhaseKind::Working);
     QCOMPARE(model.waitingForQuit(), false);
-    QCOMPARE(model.rowStatesMap().value(QString::fromStdString(idOf(0))).toString(),
-             QStringLiteral("running"));
+    QCOMPARE(as<RowState>(model.rowStatesMap().value(QString::fromStdString(idOf(0)))),
+             RowState::Running);
     QCOMPARE(model.finishedCount(), 0);
 
     processes_->release();
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), PhaseKind::Finished, kWaitMs);
     QCOMPARE(model.isBusy(), false);
     QCOMPARE(busy.count(), 2);
 }
@@ -302,14 +302,14 @@ void UninstallerModelTests::finishedCountCountsFailedRows() {
     model.startUninstall();
     QTRY_VERIFY_WITH_TIMEOUT(processes_->isHeld(), kWaitMs);
     QTRY_COMPARE_WITH_TIMEOUT(model.finishedCount(), 2, kWaitMs);
-    QCOMPARE(model.rowStates().at(idOf(2)), UninstallerModel::RowState::running);
+    QCOMPARE(model.rowStates().at(idOf(2)), UninstallerModel::RowState::Running);
     processes_->release();
 
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("finished"), kWaitMs);
-    QCOMPARE(rowsIn(UninstallerModel::RowState::failed), 1);
-    QCOMPARE(model.rowStates().at("app:" + appPath(1)), UninstallerModel::RowState::failed);
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), PhaseKind::Finished, kWaitMs);
+    QCOMPARE(rowsIn(UninstallerModel::RowState::Failed), 1);
+    QCOMPARE(model.rowStates().at("app:" + appPath(1)), UninstallerModel::RowState::Failed);
     QCOMPARE(model.finishedCount(), static_cast<int>(model.rowStates().size()));
-    QCOMPARE(model.report().value("outcome").toString(), QStringLiteral("incomplete"));
+    QCOMPARE(as<Outcome>(model.report().value("outcome")), Outcome::Incomplete);
 }
 
 // A run replaced by a newer one is not cancelled: it goes on to its own end,
@@ -321,17 +321,17 @@ void UninstallerModelTests::replacedRunGoesOnWithoutBlocking() {
     model.startUninstall();
     QTRY_VERIFY_WITH_TIMEOUT(model.waitingForQuit(), kWaitMs);
     model.refresh();
-    QCOMPARE(model.phase(), QStringLiteral("review"));
+    QCOMPARE(model.phase(), PhaseKind::Review);
 
     QElapsedTimer clock;
     clock.start();
     model.startUninstall();
     QVERIFY(clock.elapsed() < 300);
-    QCOMPARE(model.phase(), QStringLiteral("working"));
+    QCOMPARE(model.phase(), PhaseKind::Working);
     QTRY_COMPARE_WITH_TIMEOUT(processes_->quitRequests(), 2, kWaitMs);
-    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), QStringLiteral("quitFailed"), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model.phase(), PhaseKind::QuitFailed, kWaitMs);
     QTest::qWait(800);  // the newer run ends too
-    QCOMPARE(model.phase(), QStringLiteral("quitFailed"));
+    QCOMPARE(model.phase(), PhaseKind::QuitFailed);
     QVERIFY(testsupport::exists(library("Caches/io.tavio.Tavio")));
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <QVariant>
 #include <chrono>
 #include <memory>
 #include <set>
@@ -15,6 +16,20 @@ namespace modeltest {
 
 inline constexpr const char* kId = "io.tavio.Tavio";
 inline constexpr int kWaitMs = 20'000;
+
+using PhaseKind = app::UninstallerModel::PhaseKind;
+using RowState = app::UninstallerModel::RowState;
+using Category = app::UninstallerModel::Category;
+using ItemState = app::UninstallerModel::ItemState;
+using ItemOutcome = app::UninstallerModel::ItemOutcome;
+using Outcome = app::UninstallerModel::Outcome;
+
+// A value that the model publishes as a number, read back as the enumeration
+// it stands for.
+template <typename Enumeration>
+Enumeration as(const QVariant& value) {
+    return static_cast<Enumeration>(value.toInt());
+}
 
 }  // namespace modeltest
 

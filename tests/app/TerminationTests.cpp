@@ -17,9 +17,24 @@
 
 using app::TerminationGuard;
 using app::UninstallerModel;
+using PhaseKind = UninstallerModel::PhaseKind;
 using namespace std::chrono_literals;
 
 namespace {
+
+// The phase that a screen of these tests stands for; "waiting" is the
+// working phase while Tavio is asked to quit.
+PhaseKind phaseOf(const QString& screen) {
+    if (screen == QLatin1String("review"))
+        return PhaseKind::Review;
+    if (screen == QLatin1String("nothingToRemove"))
+        return PhaseKind::NothingToRemove;
+    if (screen == QLatin1String("finished"))
+        return PhaseKind::Finished;
+    if (screen == QLatin1String("quitFailed"))
+        return PhaseKind::QuitFailed;
+    return PhaseKind::Working;
+}
 
 constexpr int kWaitMs = 20'000;
 // What the application's event loop returns when nothing ended it.
@@ -136,12 +151,12 @@ void TerminationTests::reach(const QString& screen) {
     if (screen == QLatin1String("waiting")) {
         model.startUninstall();
         QTRY_VERIFY_WITH_TIMEOUT(model.waitingForQuit(), kWaitMs);
-        QCOMPARE(model.phase(), QStringLiteral("working"));
+        QCOMPARE(model.phase(), PhaseKind::Working);
     } else if (screen == QLatin1String("finished") || screen == QLatin1String("quitFailed")) {
         model.startUninstall();
-        QTRY_COMPARE_WITH_TIMEOUT(model.phase(), screen, kWaitMs);
+        QTRY_COMPARE_WITH_TIMEOUT(model.phase(), phaseOf(screen), kWaitMs);
     } else {
-        QCOMPARE(model.phase(), screen);
+        QCOMPARE(model.phase(), phaseOf(screen));
     }
     QCOMPARE(model.isBusy(), false);
 }
@@ -207,7 +222,7 @@ void TerminationTests::endingIsRefusedWhileRemoving() {
     QVERIFY(window_->isVisible());
 
     processes_->release();
-    QTRY_COMPARE_WITH_TIMEOUT(model_->phase(), QStringLiteral("finished"), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model_->phase(), PhaseKind::Finished, kWaitMs);
     QVERIFY(!testsupport::exists(*temp_ / "home/Library/Caches/io.tavio.Tavio"));
 }
 
@@ -242,7 +257,7 @@ void TerminationTests::signalWhileRemovingIsHonouredWhenTheRunEnds() {
     later.start(300);
     QCOMPARE(runApplication([] { ::kill(::getpid(), SIGTERM); }, kWaitMs), 0);
     QVERIFY(runningAfterSignal);
-    QCOMPARE(model_->phase(), QStringLiteral("finished"));
+    QCOMPARE(model_->phase(), PhaseKind::Finished);
     QVERIFY(!testsupport::exists(*temp_ / "home/Library/Caches/io.tavio.Tavio"));
 }
 

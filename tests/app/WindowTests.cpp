@@ -19,6 +19,7 @@ Q_IMPORT_QML_PLUGIN(UninstallTavioPlugin)
 Q_IMPORT_QML_PLUGIN(UninstallTavioAppPlugin)
 
 using app::UninstallerModel;
+using PhaseKind = UninstallerModel::PhaseKind;
 using namespace std::chrono_literals;
 
 namespace {
@@ -124,10 +125,10 @@ void WindowTests::aWholeRunRendersWithoutScriptErrors() {
     QTest::qWait(50);
     model_->setIsConfirming(false);
     model_->startUninstall();
-    QTRY_COMPARE_WITH_TIMEOUT(model_->phase(), QStringLiteral("finished"), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model_->phase(), PhaseKind::Finished, kWaitMs);
     QVERIFY(!window->grabWindow().isNull());
     model_->refresh();
-    QCOMPARE(model_->phase(), QStringLiteral("nothingToRemove"));
+    QCOMPARE(model_->phase(), PhaseKind::NothingToRemove);
     QVERIFY(!window->grabWindow().isNull());
 }
 
@@ -144,7 +145,7 @@ void WindowTests::closingIsRefusedWhileRemoving() {
     QVERIFY(!window->close());
     QVERIFY(window->isVisible());
     processes_->release();
-    QTRY_COMPARE_WITH_TIMEOUT(model_->phase(), QStringLiteral("finished"), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(model_->phase(), PhaseKind::Finished, kWaitMs);
     QVERIFY(window->close());
 }
 

@@ -339,7 +339,7 @@ void TranslationTests::theWindowSpeaksGerman() {
                                    10s,
                                    10ms};
     app::UninstallerModel model(std::move(engine), std::make_shared<apptest::RecordingActions>());
-    QCOMPARE(model.phase(), QStringLiteral("review"));
+    QCOMPARE(model.phase(), app::UninstallerModel::PhaseKind::Review);
 
     QStringList texts;
     {

@@ -1,9 +1,10 @@
 import QtQml
+import UninstallTavio.App
 
 // Stands in for the uninstaller model: the same properties, and methods that
 // only record that they were called.
 QtObject {
-    property string phase: "review"
+    property int phase: UninstallerModel.PhaseKind.Review
     property string userName: "alice"
     property var items: []
     property int removableCount: 0

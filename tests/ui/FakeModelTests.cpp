@@ -2,6 +2,8 @@
 // model's double: the same properties with the same types as QML sees them,
 // the same change signals and the same operations, so that a screen test
 // cannot pass against a model that the program does not have.
+#include <QtQml/qqmlextensionplugin.h>
+
 #include <QMetaMethod>
 #include <QMetaProperty>
 #include <QQmlComponent>
@@ -12,14 +14,20 @@
 
 #include "app/UninstallerModel.h"
 
+Q_IMPORT_QML_PLUGIN(UninstallTavioAppPlugin)
+
 namespace {
 
 // What the fake keeps for its own tests, which the real model has no need of.
 const QSet<QString> kFakeOnly = {QStringLiteral("calls"), QStringLiteral("callsChanged"),
                                  QStringLiteral("record")};
 
-// A property's type as QML sees it: lists and maps arrive as `var`.
+// A property's type as QML sees it: lists and maps arrive as `var`, and an
+// enumeration is a number, which a QML object declares as `int`.
 QString qmlType(const QMetaProperty& property) {
+    if (property.isEnumType()) {
+        return QStringLiteral("int");
+    }
     switch (property.metaType().id()) {
         case QMetaType::QVariant:
         case QMetaType::QVariantList:
@@ -72,6 +80,7 @@ class FakeModelTests : public QObject {
         quick.setData("import QtQuick\nQtObject {}", QUrl());
         std::unique_ptr<QObject> warmUp(quick.create());
         QVERIFY2(warmUp != nullptr, qPrintable(quick.errorString()));
+        engine_.addImportPath(QStringLiteral("qrc:/qt/qml"));
         QQmlComponent component(&engine_, QUrl::fromLocalFile(QStringLiteral(FAKE_MODEL_QML)));
         fake_.reset(component.create());
         QVERIFY2(fake_ != nullptr, qPrintable(component.errorString()));
@@ -79,9 +88,21 @@ class FakeModelTests : public QObject {
 
     void hasTheModelsProperties() {
         QVERIFY(propertiesOf(app::UninstallerModel::staticMetaObject)
-                    .contains(QStringLiteral("phase: QString")));
+                    .contains(QStringLiteral("phase: int")));
         QCOMPARE(propertiesOf(*fake_->metaObject()),
                  propertiesOf(app::UninstallerModel::staticMetaObject));
+    }
+
+    // The fake can only say `int`; the model's states are its enumerations.
+    void statesAreEnumerations() {
+        const QMetaObject& meta = app::UninstallerModel::staticMetaObject;
+        const QMetaProperty phase = meta.property(meta.indexOfProperty("phase"));
+        QVERIFY(phase.isEnumType());
+        QCOMPARE(phase.enumerator().enumName(), "PhaseKind");
+        QVERIFY(phase.enumerator().isScoped());
+        for (const char* name : {"RowState", "Category", "ItemState", "ItemOutcome", "Outcome"}) {
+            QVERIFY2(meta.indexOfEnumerator(name) >= 0, name);
+        }
     }
 
     void hasTheModelsSignals() {

@@ -1,4 +1,5 @@
 import QtQml
+import UninstallTavio.App
 
 // Builds inventory items the way the model publishes them.
 QtObject {
@@ -13,7 +14,13 @@ QtObject {
         }
     }
 
-    function present(category, displayPath) { return item(category, "present", displayPath) }
-    function absent(category, displayPath) { return item(category, "absent", displayPath) }
-    function skipped(category, displayPath, reason) { return item(category, "skipped", displayPath, reason) }
+    function present(category, displayPath) {
+        return item(category, UninstallerModel.ItemState.Present, displayPath)
+    }
+    function absent(category, displayPath) {
+        return item(category, UninstallerModel.ItemState.Absent, displayPath)
+    }
+    function skipped(category, displayPath, reason) {
+        return item(category, UninstallerModel.ItemState.Skipped, displayPath, reason)
+    }
 }

@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtTest
 import UninstallTavio
+import UninstallTavio.App
 
 TestCase {
     id: testCase
@@ -14,7 +15,7 @@ TestCase {
     Component {
         id: modelComponent
         FakeModel {
-            phase: "finished"
+            phase: UninstallerModel.PhaseKind.Finished
         }
     }
 
@@ -36,14 +37,14 @@ TestCase {
     }
 
     function completed(alreadyAbsent) {
-        return { outcome: "completed", alreadyAbsentCount: alreadyAbsent, remaining: [], results: [] }
+        return { outcome: UninstallerModel.Outcome.Completed, alreadyAbsentCount: alreadyAbsent, remaining: [], results: [] }
     }
 
     function incomplete(count) {
         const remaining = []
         for (let i = 0; i < count; ++i)
             remaining.push({ path: "/home/dave/Library/Caches/org.tavio/part" + i, reason: "Permission denied" })
-        return { outcome: "incomplete", alreadyAbsentCount: 2, remaining: remaining, results: [] }
+        return { outcome: UninstallerModel.Outcome.Incomplete, alreadyAbsentCount: 2, remaining: remaining, results: [] }
     }
 
     function compareColor(actual, expected) {
@@ -103,24 +104,24 @@ TestCase {
     }
 
     function test_otherOutcomesUseTheIncompleteLayout() {
-        show({ outcome: "didNotQuit", alreadyAbsentCount: 0, remaining: [], results: [] })
+        show({ outcome: UninstallerModel.Outcome.DidNotQuit, alreadyAbsentCount: 0, remaining: [], results: [] })
         compare(findChild(screen, "headerTitle").text, "Uninstall Incomplete")
     }
 
     function test_remainingRowShowsLastComponentAndFullPath() {
-        show({ outcome: "incomplete", alreadyAbsentCount: 0, results: [],
+        show({ outcome: UninstallerModel.Outcome.Incomplete, alreadyAbsentCount: 0, results: [],
                remaining: [{ path: "/home/dave/Library/x/y", reason: "Permission denied" },
                            { path: "/home/dave/Library/Logs/Tavio/", reason: "Tavio is still running" }] })
         const rows = findChild(screen, "remainingRows")
         compare(rows.count, 2)
-        const first = rows.itemAt(0).row
+        const first = rows.itemAt(0)
         compare(first.title, "y")
         compare(first.paths, ["/home/dave/Library/x/y"])
         compare(first.reason, "Permission denied")
         compare(first.symbol, "exclamationmark.triangle")
         verify(first.warning)
-        compare(first.trailing, "")
-        compare(rows.itemAt(1).row.title, "Tavio")
+        verify(!findChild(first, "rowTrailing").visible)
+        compare(rows.itemAt(1).title, "Tavio")
         const pathRow = findChild(rows.itemAt(0), "rowTitle")
         compare(pathRow.text, "y")
         compareColor(findChild(rows.itemAt(0), "rowReason").color, Theme.orangeText)

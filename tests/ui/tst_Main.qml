@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtTest
 import UninstallTavio
+import UninstallTavio.App
 
 // The window itself: title, fixed width, height following the screen, and
 // the close refused while busy.
@@ -36,7 +37,7 @@ TestCase {
 
     function init() {
         model = modelComponent.createObject(testCase)
-        model.items = [inventory.present("settings", "~/Library/Preferences/org.tavio.plist")]
+        model.items = [inventory.present(UninstallerModel.Category.Settings, "~/Library/Preferences/org.tavio.plist")]
         model.removableCount = 1
         window = windowComponent.createObject(testCase, { model: model })
         verify(window)
@@ -55,7 +56,7 @@ TestCase {
 
     function test_heightFollowsThePhase() {
         const reviewHeight = window.height
-        model.phase = "nothingToRemove"
+        model.phase = UninstallerModel.PhaseKind.NothingToRemove
         tryVerify(() => window.height < reviewHeight)
         compare(window.minimumHeight, window.height)
         compare(window.maximumHeight, window.height)
@@ -63,7 +64,7 @@ TestCase {
     }
 
     function test_closeRefusedWhileBusy() {
-        model.phase = "working"
+        model.phase = UninstallerModel.PhaseKind.Working
         model.isBusy = true
         window.close()
         verify(window.visible)
@@ -73,7 +74,7 @@ TestCase {
     }
 
     function test_closeAllowedWhileWaitingForQuit() {
-        model.phase = "working"
+        model.phase = UninstallerModel.PhaseKind.Working
         model.waitingForQuit = true
         model.isBusy = false
         window.close()

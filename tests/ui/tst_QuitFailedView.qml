@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtTest
 import UninstallTavio
+import UninstallTavio.App
 
 TestCase {
     id: testCase
@@ -14,7 +15,7 @@ TestCase {
     Component {
         id: modelComponent
         FakeModel {
-            phase: "quitFailed"
+            phase: UninstallerModel.PhaseKind.QuitFailed
         }
     }
 

@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtTest
 import UninstallTavio
+import UninstallTavio.App
 
 TestCase {
     id: testCase
@@ -32,7 +33,7 @@ TestCase {
 
     function init() {
         model = createTemporaryObject(modelComponent, testCase)
-        model.items = [inventory.present("settings", "~/Library/Preferences/org.tavio.plist")]
+        model.items = [inventory.present(UninstallerModel.Category.Settings, "~/Library/Preferences/org.tavio.plist")]
         model.removableCount = 1
         screen = createTemporaryObject(screenComponent, testCase, { model: model })
         verify(screen)
@@ -64,10 +65,12 @@ TestCase {
     }
 
     function test_categoriesInOrderWithTitles() {
-        const expected = [["settings", "Settings"], ["torrentCopies", "Recent torrent copies"],
-                          ["history", "Playback history and positions"],
-                          ["cache", "Temporary cache and update downloads"],
-                          ["logsAndState", "Logs and saved window state"], ["app", "Tavio app"]]
+        const expected = [[UninstallerModel.Category.Settings, "Settings"],
+                          [UninstallerModel.Category.TorrentCopies, "Recent torrent copies"],
+                          [UninstallerModel.Category.History, "Playback history and positions"],
+                          [UninstallerModel.Category.Cache, "Temporary cache and update downloads"],
+                          [UninstallerModel.Category.LogsAndState, "Logs and saved window state"],
+                          [UninstallerModel.Category.App, "Tavio app"]]
         let previousY = -1
         for (const [category, title] of expected) {
             const r = row(category)
@@ -81,17 +84,21 @@ TestCase {
     }
 
     function test_categorySymbols() {
-        const symbols = { settings: "gearshape", torrentCopies: "doc.on.doc", history: "clock.arrow.circlepath",
-                          cache: "internaldrive", logsAndState: "list.bullet.rectangle", app: "app" }
-        for (const category in symbols) {
-            compare(row(category).symbol, symbols[category], category)
+        const symbols = [[UninstallerModel.Category.Settings, "gearshape"],
+                         [UninstallerModel.Category.TorrentCopies, "doc.on.doc"],
+                         [UninstallerModel.Category.History, "clock.arrow.circlepath"],
+                         [UninstallerModel.Category.Cache, "internaldrive"],
+                         [UninstallerModel.Category.LogsAndState, "list.bullet.rectangle"],
+                         [UninstallerModel.Category.App, "app"]]
+        for (const [category, symbol] of symbols) {
+            compare(row(category).symbol, symbol, category)
             compareColor(findChild(row(category), "rowSymbol").color, Theme.secondary)
         }
     }
 
     function test_categoryWithNoItemsIsNotFound() {
         model.items = []
-        const r = row("history")
+        const r = row(UninstallerModel.Category.History)
         compare(r.symbol, "clock.arrow.circlepath")
         compare(r.title, "Playback history and positions")
         compare(r.trailing, "Not found")
@@ -101,9 +108,9 @@ TestCase {
     }
 
     function test_presentAndAbsentListsOnlyPresent() {
-        model.items = [inventory.absent("cache", "~/Library/Caches/org.tavio"),
-                       inventory.present("cache", "~/Library/HTTPStorages/org.tavio")]
-        const r = row("cache")
+        model.items = [inventory.absent(UninstallerModel.Category.Cache, "~/Library/Caches/org.tavio"),
+                       inventory.present(UninstallerModel.Category.Cache, "~/Library/HTTPStorages/org.tavio")]
+        const r = row(UninstallerModel.Category.Cache)
         compare(pathsOf(r), ["~/Library/HTTPStorages/org.tavio"])
         compare(r.trailing, "Found")
         compare(r.symbol, "internaldrive")
@@ -111,17 +118,17 @@ TestCase {
     }
 
     function test_allAbsentListsEveryPathNotFound() {
-        model.items = [inventory.absent("logsAndState", "~/Library/Logs/Tavio"),
-                       inventory.absent("logsAndState", "~/Library/Saved Application State/org.tavio.savedState")]
-        const r = row("logsAndState")
+        model.items = [inventory.absent(UninstallerModel.Category.LogsAndState, "~/Library/Logs/Tavio"),
+                       inventory.absent(UninstallerModel.Category.LogsAndState, "~/Library/Saved Application State/org.tavio.savedState")]
+        const r = row(UninstallerModel.Category.LogsAndState)
         compare(pathsOf(r), ["~/Library/Logs/Tavio", "~/Library/Saved Application State/org.tavio.savedState"])
         compare(r.trailing, "Not found")
     }
 
     function test_twoSkippedShowOrangeWarningWithFirstReasonOnly() {
-        model.items = [inventory.skipped("app", "/Applications/Tavio.app", "Skipped: not a verified Tavio app"),
-                       inventory.skipped("app", "~/Applications/Tavio.app", "Skipped: second reason")]
-        const r = row("app")
+        model.items = [inventory.skipped(UninstallerModel.Category.App, "/Applications/Tavio.app", "Skipped: not a verified Tavio app"),
+                       inventory.skipped(UninstallerModel.Category.App, "~/Applications/Tavio.app", "Skipped: second reason")]
+        const r = row(UninstallerModel.Category.App)
         compare(r.symbol, "exclamationmark.triangle")
         verify(r.warning)
         compareColor(findChild(r, "rowSymbol").color, Theme.orange)
@@ -133,21 +140,21 @@ TestCase {
     }
 
     function test_skippedBesidePresentAndAbsent() {
-        model.items = [inventory.present("app", "/Applications/Tavio.app"),
-                       inventory.absent("app", "~/Applications/Old.app"),
-                       inventory.skipped("app", "~/Applications/Tavio.app", "Skipped: not a verified Tavio app")]
-        const r = row("app")
+        model.items = [inventory.present(UninstallerModel.Category.App, "/Applications/Tavio.app"),
+                       inventory.absent(UninstallerModel.Category.App, "~/Applications/Old.app"),
+                       inventory.skipped(UninstallerModel.Category.App, "~/Applications/Tavio.app", "Skipped: not a verified Tavio app")]
+        const r = row(UninstallerModel.Category.App)
         compare(pathsOf(r), ["/Applications/Tavio.app", "~/Applications/Tavio.app"])
         compare(r.symbol, "exclamationmark.triangle")
         compare(r.trailing, "")
     }
 
     function test_otherCategoriesAreUnaffectedBySkips() {
-        model.items = [inventory.skipped("app", "/Applications/Tavio.app", "Skipped"),
-                       inventory.present("settings", "~/Library/Preferences/org.tavio.plist")]
-        compare(row("settings").symbol, "gearshape")
-        compare(row("settings").trailing, "Found")
-        verify(!row("settings").warning)
+        model.items = [inventory.skipped(UninstallerModel.Category.App, "/Applications/Tavio.app", "Skipped"),
+                       inventory.present(UninstallerModel.Category.Settings, "~/Library/Preferences/org.tavio.plist")]
+        compare(row(UninstallerModel.Category.Settings).symbol, "gearshape")
+        compare(row(UninstallerModel.Category.Settings).trailing, "Found")
+        verify(!row(UninstallerModel.Category.Settings).warning)
     }
 
     function test_sectionsAndKeepRow() {
@@ -207,7 +214,7 @@ TestCase {
     }
 
     function test_nothingRemovableDisablesUninstall() {
-        model.items = [inventory.skipped("app", "/Applications/Tavio.app", "Skipped: not a verified Tavio app")]
+        model.items = [inventory.skipped(UninstallerModel.Category.App, "/Applications/Tavio.app", "Skipped: not a verified Tavio app")]
         model.removableCount = 0
         const uninstall = findChild(screen, "uninstallButton")
         verify(!uninstall.enabled)
@@ -234,11 +241,11 @@ TestCase {
 
     function test_longTextsWrapWithinTheColumn() {
         model.userName = "someone-with-an-extraordinarily-long-user-name-".repeat(4)
-        model.items = [inventory.present("cache", "~/Library/Caches/" + "deeply/nested/folder/".repeat(10) + "x")]
+        model.items = [inventory.present(UninstallerModel.Category.Cache, "~/Library/Caches/" + "deeply/nested/folder/".repeat(10) + "x")]
         waitForRendering(screen)
         compare(screen.width, 492)
         verify(findChild(screen, "headerDetail").lineCount > 2)
-        const paths = findChild(row("cache"), "rowPaths").itemAt(0)
+        const paths = findChild(row(UninstallerModel.Category.Cache), "rowPaths").itemAt(0)
         verify(paths.lineCount > 1)
         verify(paths.mapToItem(screen, paths.width, 0).x <= 492)
         verify(screen.implicitWidth <= 492 || screen.width === 492)

@@ -243,19 +243,4 @@ TestCase {
     function test_unknownSymbolDrawsNothing() {
         compare(String(Symbols.source("no.such.symbol")), "")
     }
-
-    function test_lastPathComponent_data() {
-        return [
-            { tag: "file", path: "/home/a/Library/x/y", expected: "y" },
-            { tag: "trailing slash", path: "/home/a/Library/Logs/Tavio/", expected: "Tavio" },
-            { tag: "spaces", path: "/home/a/Library/Saved Application State/org.tavio.savedState",
-              expected: "org.tavio.savedState" },
-            { tag: "root", path: "/", expected: "/" },
-            { tag: "bare name", path: "Tavio.app", expected: "Tavio.app" }
-        ]
-    }
-
-    function test_lastPathComponent(data) {
-        compare(CategoryRows.lastPathComponent(data.path), data.expected)
-    }
 }

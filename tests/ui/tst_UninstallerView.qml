@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtTest
 import UninstallTavio
+import UninstallTavio.App
 
 // The router, its column and the confirmation alert.
 TestCase {
@@ -38,7 +39,7 @@ TestCase {
 
     function init() {
         model = modelComponent.createObject(testCase)
-        model.items = [inventory.present("settings", "~/Library/Preferences/org.tavio.plist")]
+        model.items = [inventory.present(UninstallerModel.Category.Settings, "~/Library/Preferences/org.tavio.plist")]
         model.removableCount = 1
         view = viewComponent.createObject(testCase, { model: model })
         verify(view)
@@ -51,16 +52,16 @@ TestCase {
 
     function test_routesEveryPhase_data() {
         return [
-            { tag: "review", phase: "review", screen: "reviewView" },
-            { tag: "working", phase: "working", screen: "workingView" },
-            { tag: "quitFailed", phase: "quitFailed", screen: "quitFailedView" },
-            { tag: "finished", phase: "finished", screen: "finishedView" },
-            { tag: "nothingToRemove", phase: "nothingToRemove", screen: "nothingToRemoveView" }
+            { tag: "review", phase: UninstallerModel.PhaseKind.Review, screen: "reviewView" },
+            { tag: "working", phase: UninstallerModel.PhaseKind.Working, screen: "workingView" },
+            { tag: "quitFailed", phase: UninstallerModel.PhaseKind.QuitFailed, screen: "quitFailedView" },
+            { tag: "finished", phase: UninstallerModel.PhaseKind.Finished, screen: "finishedView" },
+            { tag: "nothingToRemove", phase: UninstallerModel.PhaseKind.NothingToRemove, screen: "nothingToRemoveView" }
         ]
     }
 
     function test_routesEveryPhase(data) {
-        model.report = { outcome: "completed", alreadyAbsentCount: 0, remaining: [], results: [] }
+        model.report = { outcome: UninstallerModel.Outcome.Completed, alreadyAbsentCount: 0, remaining: [], results: [] }
         model.phase = data.phase
         compare(view.screen.objectName, data.screen)
         for (const other of ["reviewView", "workingView", "quitFailedView", "finishedView", "nothingToRemoveView"]) {
@@ -70,17 +71,17 @@ TestCase {
     }
 
     function test_finishedGetsTheModelsReport() {
-        const report = { outcome: "incomplete", alreadyAbsentCount: 0, results: [],
+        const report = { outcome: UninstallerModel.Outcome.Incomplete, alreadyAbsentCount: 0, results: [],
                          remaining: [{ path: "/a/b", reason: "Permission denied" }] }
         model.report = report
-        model.phase = "finished"
+        model.phase = UninstallerModel.PhaseKind.Finished
         compare(view.screen.report.remaining[0].path, "/a/b")
         compare(findChild(view.screen, "remainingRows").count, 1)
     }
 
     function test_nothingToRemoveGetsTheUserNameAndQuitsThroughTheModel() {
         model.userName = "erin"
-        model.phase = "nothingToRemove"
+        model.phase = UninstallerModel.PhaseKind.NothingToRemove
         compare(view.screen.userName, "erin")
         mouseClick(findChild(view.screen, "quitButton"))
         compare(model.calls, ["quit"])
@@ -100,14 +101,14 @@ TestCase {
 
     function test_heightFollowsTheScreen() {
         const reviewHeight = view.implicitHeight
-        model.phase = "nothingToRemove"
+        model.phase = UninstallerModel.PhaseKind.NothingToRemove
         verify(view.implicitHeight < reviewHeight)
         compare(view.implicitHeight, 8 + view.screen.implicitHeight + 20)
     }
 
     function test_longTextsKeepTheWidth() {
         model.userName = "a-very-long-name-".repeat(20)
-        model.items = [inventory.present("cache", "~/Library/Caches/" + "long/folder/name/".repeat(20))]
+        model.items = [inventory.present(UninstallerModel.Category.Cache, "~/Library/Caches/" + "long/folder/name/".repeat(20))]
         waitForRendering(view)
         compare(view.implicitWidth, 540)
         compare(view.screen.width, 492)
@@ -205,7 +206,7 @@ TestCase {
     function test_closeButtonFollowsBusy() {
         const window = view.Window.window
         verify(window.flags & Qt.WindowCloseButtonHint || !(window.flags & Qt.CustomizeWindowHint))
-        model.phase = "working"
+        model.phase = UninstallerModel.PhaseKind.Working
         model.isBusy = true
         tryVerify(() => (window.flags & Qt.CustomizeWindowHint) && !(window.flags & Qt.WindowCloseButtonHint))
         model.isBusy = false

@@ -19,7 +19,7 @@ TestCase {
     Component {
         id: modelComponent
         FakeModel {
-            phase: "working"
+            phase: UninstallerModel.PhaseKind.Working
         }
     }
 
@@ -35,10 +35,10 @@ TestCase {
 
     function init() {
         model = createTemporaryObject(modelComponent, testCase)
-        model.items = [inventory.present("settings", "~/Library/Preferences/org.tavio.plist"),
-                       inventory.present("cache", "~/Library/Caches/org.tavio"),
-                       inventory.absent("cache", "~/Library/HTTPStorages/org.tavio"),
-                       inventory.present("app", "/Applications/Tavio.app")]
+        model.items = [inventory.present(UninstallerModel.Category.Settings, "~/Library/Preferences/org.tavio.plist"),
+                       inventory.present(UninstallerModel.Category.Cache, "~/Library/Caches/org.tavio"),
+                       inventory.absent(UninstallerModel.Category.Cache, "~/Library/HTTPStorages/org.tavio"),
+                       inventory.present(UninstallerModel.Category.App, "/Applications/Tavio.app")]
         screen = createTemporaryObject(screenComponent, testCase, { model: model })
         verify(screen)
         waitForRendering(screen)
@@ -103,8 +103,8 @@ TestCase {
     }
 
     function test_removingFace() {
-        setRows({ "~/Library/Preferences/org.tavio.plist": "done", "~/Library/Caches/org.tavio": "running",
-                  "~/Library/HTTPStorages/org.tavio": "pending", "/Applications/Tavio.app": "pending" })
+        setRows({ "~/Library/Preferences/org.tavio.plist": UninstallerModel.RowState.Done, "~/Library/Caches/org.tavio": UninstallerModel.RowState.Running,
+                  "~/Library/HTTPStorages/org.tavio": UninstallerModel.RowState.Pending, "/Applications/Tavio.app": UninstallerModel.RowState.Pending })
         model.finishedCount = 1
         compare(findChild(screen, "headerTitle").text, "Removing Tavio…")
         compare(findChild(screen, "headerDetail").text, "Don’t restart your Mac or open Tavio until this finishes.")
@@ -123,7 +123,9 @@ TestCase {
     function test_removingRowsInOrderWithTitles() {
         const titles = ["Settings", "Recent torrent copies", "Playback history and positions",
                         "Temporary cache and update downloads", "Logs and saved window state", "Tavio app"]
-        const categories = CategoryRows.categories
+        const categories = [UninstallerModel.Category.Settings, UninstallerModel.Category.TorrentCopies,
+                            UninstallerModel.Category.History, UninstallerModel.Category.Cache,
+                            UninstallerModel.Category.LogsAndState, UninstallerModel.Category.App]
         compare(findChild(screen, "statusRows").count, 6)
         let previousY = -1
         for (let i = 0; i < categories.length; ++i) {
@@ -137,7 +139,7 @@ TestCase {
     }
 
     function test_removingCancelIsInert() {
-        setRows({ "~/Library/Preferences/org.tavio.plist": "running" })
+        setRows({ "~/Library/Preferences/org.tavio.plist": UninstallerModel.RowState.Running })
         const cancel = findChild(screen, "cancelButton")
         verify(cancel.visible)
         verify(!cancel.enabled)
@@ -157,48 +159,48 @@ TestCase {
     }
 
     function test_categoryWithoutRowStatesIsWaiting() {
-        setRows({ "~/Library/Preferences/org.tavio.plist": "running" })
-        compareStatus("history", "circle", Theme.secondary, "waiting", 0.6)
-        compareStatus("app", "circle", Theme.secondary, "waiting", 0.6)
+        setRows({ "~/Library/Preferences/org.tavio.plist": UninstallerModel.RowState.Running })
+        compareStatus(UninstallerModel.Category.History, "circle", Theme.secondary, "waiting", 0.6)
+        compareStatus(UninstallerModel.Category.App, "circle", Theme.secondary, "waiting", 0.6)
     }
 
     function test_runningCategory() {
-        setRows({ "~/Library/Preferences/org.tavio.plist": "running" })
-        compareStatus("settings", "ellipsis.circle", Theme.secondary, "removing", 1.0)
+        setRows({ "~/Library/Preferences/org.tavio.plist": UninstallerModel.RowState.Running })
+        compareStatus(UninstallerModel.Category.Settings, "ellipsis.circle", Theme.secondary, "removing", 1.0)
     }
 
     function test_doneCategory() {
-        setRows({ "~/Library/Preferences/org.tavio.plist": "done" })
-        compareStatus("settings", "checkmark.circle.fill", Theme.green, "removed", 1.0)
+        setRows({ "~/Library/Preferences/org.tavio.plist": UninstallerModel.RowState.Done })
+        compareStatus(UninstallerModel.Category.Settings, "checkmark.circle.fill", Theme.green, "removed", 1.0)
     }
 
     function test_doneAndFailedIsFailed() {
-        setRows({ "~/Library/Caches/org.tavio": "done", "~/Library/HTTPStorages/org.tavio": "failed" })
-        compareStatus("cache", "exclamationmark.triangle.fill", Theme.orange, "could not be removed", 1.0)
+        setRows({ "~/Library/Caches/org.tavio": UninstallerModel.RowState.Done, "~/Library/HTTPStorages/org.tavio": UninstallerModel.RowState.Failed })
+        compareStatus(UninstallerModel.Category.Cache, "exclamationmark.triangle.fill", Theme.orange, "could not be removed", 1.0)
     }
 
     function test_failedAndPendingIsPending() {
-        setRows({ "~/Library/Caches/org.tavio": "failed", "~/Library/HTTPStorages/org.tavio": "pending" })
-        compareStatus("cache", "circle", Theme.secondary, "waiting", 0.6)
+        setRows({ "~/Library/Caches/org.tavio": UninstallerModel.RowState.Failed, "~/Library/HTTPStorages/org.tavio": UninstallerModel.RowState.Pending })
+        compareStatus(UninstallerModel.Category.Cache, "circle", Theme.secondary, "waiting", 0.6)
     }
 
     function test_failedAndRunningIsRunning() {
-        setRows({ "~/Library/Caches/org.tavio": "failed", "~/Library/HTTPStorages/org.tavio": "running" })
-        compareStatus("cache", "ellipsis.circle", Theme.secondary, "removing", 1.0)
+        setRows({ "~/Library/Caches/org.tavio": UninstallerModel.RowState.Failed, "~/Library/HTTPStorages/org.tavio": UninstallerModel.RowState.Running })
+        compareStatus(UninstallerModel.Category.Cache, "ellipsis.circle", Theme.secondary, "removing", 1.0)
     }
 
     function test_doneAndPendingIsPending() {
-        setRows({ "~/Library/Caches/org.tavio": "done", "~/Library/HTTPStorages/org.tavio": "pending" })
-        compareStatus("cache", "circle", Theme.secondary, "waiting", 0.6)
+        setRows({ "~/Library/Caches/org.tavio": UninstallerModel.RowState.Done, "~/Library/HTTPStorages/org.tavio": UninstallerModel.RowState.Pending })
+        compareStatus(UninstallerModel.Category.Cache, "circle", Theme.secondary, "waiting", 0.6)
     }
 
     function test_rowsFollowTheModel() {
-        setRows({ "/Applications/Tavio.app": "pending" })
-        compareStatus("app", "circle", Theme.secondary, "waiting", 0.6)
-        setRows({ "/Applications/Tavio.app": "running" })
-        compareStatus("app", "ellipsis.circle", Theme.secondary, "removing", 1.0)
-        setRows({ "/Applications/Tavio.app": "done" })
-        compareStatus("app", "checkmark.circle.fill", Theme.green, "removed", 1.0)
+        setRows({ "/Applications/Tavio.app": UninstallerModel.RowState.Pending })
+        compareStatus(UninstallerModel.Category.App, "circle", Theme.secondary, "waiting", 0.6)
+        setRows({ "/Applications/Tavio.app": UninstallerModel.RowState.Running })
+        compareStatus(UninstallerModel.Category.App, "ellipsis.circle", Theme.secondary, "removing", 1.0)
+        setRows({ "/Applications/Tavio.app": UninstallerModel.RowState.Done })
+        compareStatus(UninstallerModel.Category.App, "checkmark.circle.fill", Theme.green, "removed", 1.0)
     }
 
     function test_flipsFromWaitingToRemoving() {

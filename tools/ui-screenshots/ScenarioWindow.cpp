@@ -7,38 +7,13 @@
 
 #include "app/ColorScheme.h"
 
-namespace {
-
-constexpr const char* kFakeModel = R"(
-import QtQml
-QtObject {
-    property string phase: "review"
-    property string userName: "alice"
-    property var items: []
-    property int removableCount: 0
-    property bool waitingForQuit: false
-    property var rowStates: ({})
-    property bool isConfirming: false
-    property bool isBusy: false
-    property int finishedCount: 0
-    property var report: ({})
-    function startUninstall() { console.log("called: startUninstall") }
-    function refresh() { console.log("called: refresh") }
-    function cancel() { console.log("called: cancel") }
-    function revealRemaining() { console.log("called: revealRemaining") }
-    function copyRemainingPaths() { console.log("called: copyRemainingPaths") }
-    function quit() { console.log("called: quit") }
-}
-)";
-
-}  // namespace
-
 std::unique_ptr<ScenarioWindow> showScenario(QQmlEngine& engine, const Scenario& scenario) {
     if (!engine.importPathList().contains(QStringLiteral("qrc:/qt/qml"))) {
         engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
     }
-    QQmlComponent fakeModel(&engine);
-    fakeModel.setData(kFakeModel, QUrl(QStringLiteral("qrc:/ui-screenshots/FakeModel.qml")));
+    // The screen tests' own fake model, so that the screenshots and the
+    // rendered-screen tests show exactly what those tests hold to the model.
+    QQmlComponent fakeModel(&engine, QUrl(QStringLiteral("qrc:/ui-screenshots/FakeModel.qml")));
     QQmlComponent main(&engine, QUrl(QStringLiteral("qrc:/qt/qml/UninstallTavio/Main.qml")));
     if (!fakeModel.isReady() || !main.isReady()) {
         std::fprintf(stderr, "%s: %s%s\n", qPrintable(scenario.name),

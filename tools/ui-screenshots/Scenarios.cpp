@@ -2,42 +2,59 @@
 
 #include <QVariantList>
 
+#include "app/UninstallerModel.h"
+
 namespace {
+
+using Model = app::UninstallerModel;
+
+// The model publishes its enumerations as numbers.
+template <typename Enumeration>
+int number(Enumeration value) {
+    return static_cast<int>(value);
+}
 
 const QString kHome = QStringLiteral("/home/alice");
 
-QVariantMap item(const QString& category,
-                 const QString& state,
+QVariantMap item(Model::Category category,
+                 Model::ItemState state,
                  const QString& displayPath,
                  const QString& reason = {}) {
     QString path = displayPath;
     if (path.startsWith(QLatin1Char('~')))
         path.replace(0, 1, kHome);
-    return {{"id", "tree:" + path},       {"category", category}, {"path", path},
-            {"displayPath", displayPath}, {"state", state},       {"reason", reason}};
+    return {{"id", "tree:" + path},       {"category", number(category)}, {"path", path},
+            {"displayPath", displayPath}, {"state", number(state)},       {"reason", reason}};
 }
 
 // A realistic inventory: most things found, a stale location or two, and an
 // app copy that failed verification.
 QVariantList inventory() {
     return {
-        item("settings", "present", "~/Library/Preferences/org.tavio.Tavio.plist"),
-        item("torrentCopies", "present", "~/Library/Application Support/Tavio/torrents"),
-        item("history", "present", "~/Library/Application Support/Tavio/history.json"),
-        item("history", "absent", "~/Library/Application Support/Tavio/positions"),
-        item("cache", "present", "~/Library/Caches/org.tavio.Tavio"),
-        item("cache", "present", "~/Library/HTTPStorages/org.tavio.Tavio"),
-        item("logsAndState", "absent", "~/Library/Logs/Tavio"),
-        item("logsAndState", "absent",
+        item(Model::Category::Settings, Model::ItemState::Present,
+             "~/Library/Preferences/org.tavio.Tavio.plist"),
+        item(Model::Category::TorrentCopies, Model::ItemState::Present,
+             "~/Library/Application Support/Tavio/torrents"),
+        item(Model::Category::History, Model::ItemState::Present,
+             "~/Library/Application Support/Tavio/history.json"),
+        item(Model::Category::History, Model::ItemState::Absent,
+             "~/Library/Application Support/Tavio/positions"),
+        item(Model::Category::Cache, Model::ItemState::Present, "~/Library/Caches/org.tavio.Tavio"),
+        item(Model::Category::Cache, Model::ItemState::Present,
+             "~/Library/HTTPStorages/org.tavio.Tavio"),
+        item(Model::Category::LogsAndState, Model::ItemState::Absent, "~/Library/Logs/Tavio"),
+        item(Model::Category::LogsAndState, Model::ItemState::Absent,
              "~/Library/Saved Application State/org.tavio.Tavio.savedState"),
-        item("app", "skipped", "/Applications/Tavio.app", "Skipped: not a verified Tavio app"),
+        item(Model::Category::App, Model::ItemState::Skipped, "/Applications/Tavio.app",
+             "Skipped: not a verified Tavio app"),
     };
 }
 
-QVariantMap rowStates(const QVariantList& items, const QStringList& states) {
+QVariantMap rowStates(const QVariantList& items, const QList<Model::RowState>& states) {
     QVariantMap rows;
     for (qsizetype i = 0; i < items.size(); ++i)
-        rows.insert(items.at(i).toMap().value("id").toString(), states.value(i, "pending"));
+        rows.insert(items.at(i).toMap().value("id").toString(),
+                    number(states.value(i, Model::RowState::Pending)));
     return rows;
 }
 
@@ -45,8 +62,8 @@ QVariantMap remaining(const QString& path, const QString& reason) {
     return {{"path", path}, {"reason", reason}};
 }
 
-QVariantMap report(const QString& outcome, int alreadyAbsent, const QVariantList& leftovers) {
-    return {{"outcome", outcome},
+QVariantMap report(Model::Outcome outcome, int alreadyAbsent, const QVariantList& leftovers) {
+    return {{"outcome", number(outcome)},
             {"alreadyAbsentCount", alreadyAbsent},
             {"remaining", leftovers},
             {"results", QVariantList{}}};
@@ -76,24 +93,29 @@ QList<Scenario> scenarios() {
     };
 
     return {
-        {"1-review", with({{"phase", "review"}})},
-        {"2-review-confirm", with({{"phase", "review"}, {"isConfirming", true}})},
-        {"3-waiting", with({{"phase", "working"},
+        {"1-review", with({{"phase", number(Model::PhaseKind::Review)}})},
+        {"2-review-confirm",
+         with({{"phase", number(Model::PhaseKind::Review)}, {"isConfirming", true}})},
+        {"3-waiting", with({{"phase", number(Model::PhaseKind::Working)},
                             {"waitingForQuit", true},
                             {"rowStates", rowStates(items, {})}})},
         // Every row state at once: settings removed, torrent copies failed,
         // history removed, the cache in progress, the rest still waiting.
         {"4-removing",
-         with({{"phase", "working"},
+         with({{"phase", number(Model::PhaseKind::Working)},
                {"isBusy", true},
-               {"rowStates", rowStates(items, {"done", "failed", "done", "done", "running"})},
+               {"rowStates", rowStates(items, {Model::RowState::Done, Model::RowState::Failed,
+                                               Model::RowState::Done, Model::RowState::Done,
+                                               Model::RowState::Running})},
                {"finishedCount", 4}})},
-        {"5-quit-failed", with({{"phase", "quitFailed"}})},
-        {"6-finished-completed",
-         with({{"phase", "finished"}, {"report", report("completed", 3, {})}})},
+        {"5-quit-failed", with({{"phase", number(Model::PhaseKind::QuitFailed)}})},
+        {"6-finished-completed", with({{"phase", number(Model::PhaseKind::Finished)},
+                                       {"report", report(Model::Outcome::Completed, 3, {})}})},
         {"7-finished-incomplete",
-         with({{"phase", "finished"}, {"report", report("incomplete", 1, manyRemaining())}})},
-        {"8-nothing-to-remove",
-         with({{"phase", "nothingToRemove"}, {"items", QVariantList{}}, {"removableCount", 0}})},
+         with({{"phase", number(Model::PhaseKind::Finished)},
+               {"report", report(Model::Outcome::Incomplete, 1, manyRemaining())}})},
+        {"8-nothing-to-remove", with({{"phase", number(Model::PhaseKind::NothingToRemove)},
+                                      {"items", QVariantList{}},
+                                      {"removableCount", 0}})},
     };
 }
