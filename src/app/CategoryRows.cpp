@@ -39,9 +39,15 @@ const CategoryInfo& infoOf(Category category) {
     return kCategories[kRowCount - 1];
 }
 
+// An enumeration value as the model publishes it: a number. Anything else
+// (a name, say) is no value of the enumeration, so it matches no row.
 template <typename Enumeration>
 Enumeration enumeration(const QVariant& value) {
-    return static_cast<Enumeration>(value.toInt());
+    bool isNumber = false;
+    const int number = value.toInt(&isNumber);
+    if (!isNumber || value.typeId() == QMetaType::QString)
+        return static_cast<Enumeration>(-1);
+    return static_cast<Enumeration>(number);
 }
 
 // The items of one category, in inventory order.

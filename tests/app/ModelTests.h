@@ -25,9 +25,12 @@ using ItemOutcome = app::UninstallerModel::ItemOutcome;
 using Outcome = app::UninstallerModel::Outcome;
 
 // A value that the model publishes as a number, read back as the enumeration
-// it stands for.
+// it stands for; anything but a number reads as no value of it at all.
 template <typename Enumeration>
 Enumeration as(const QVariant& value) {
+    if (value.typeId() != QMetaType::Int) {
+        return static_cast<Enumeration>(-1);
+    }
     return static_cast<Enumeration>(value.toInt());
 }
 

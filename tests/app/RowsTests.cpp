@@ -82,6 +82,21 @@ class RowsTests : public QObject {
         QCOMPARE(roleOf(rows, 3, "statusText").toString(), QStringLiteral("could not be removed"));
     }
 
+    // A state spelt as a name is no state: nothing shows as found or done.
+    void namesAreNotStates() {
+        CategoryRows rows;
+        QVariantMap named = item(Model::Category::Settings, Model::ItemState::Present, "/p");
+        named.insert(QStringLiteral("category"), QStringLiteral("settings"));
+        rows.setItems({named});
+        QCOMPARE(roleOf(rows, 0, "trailing").toString(), QStringLiteral("Not found"));
+        QCOMPARE(roleOf(rows, 0, "paths").toStringList(), QStringList());
+
+        rows.setItems({item(Model::Category::Settings, Model::ItemState::Present, "/p")});
+        rows.setRowStates({{QStringLiteral("tree:/p"), QStringLiteral("done")}});
+        QCOMPARE(static_cast<Model::RowState>(roleOf(rows, 0, "status").toInt()),
+                 Model::RowState::Pending);
+    }
+
     void skippedItemMakesItsRowAWarning() {
         CategoryRows rows;
         rows.setItems({item(Model::Category::App, Model::ItemState::Skipped, "/A/Tavio.app",
