@@ -621,30 +621,6 @@ def case_screen_reader_announcements(args):
         c.close()
 
 
-# A desktop portal that answers only the colour-scheme question, with "prefer
-# dark", wrapped in two variants as older portals send it.
-FAKE_PORTAL = r"""
-from gi.repository import Gio, GLib
-XML = ('<node><interface name="org.freedesktop.portal.Settings"><method name="Read">'
-       '<arg type="s" direction="in"/><arg type="s" direction="in"/>'
-       '<arg type="v" direction="out"/></method></interface></node>')
-info = Gio.DBusNodeInfo.new_for_xml(XML).interfaces[0]
-def call(connection, sender, path, interface, method, parameters, invocation):
-    if tuple(parameters.unpack()) == ("org.freedesktop.appearance", "color-scheme"):
-        inner = GLib.Variant("v", GLib.Variant("u", 1))
-        invocation.return_value(GLib.Variant("(v)", (inner,)))
-    else:
-        invocation.return_dbus_error("org.freedesktop.portal.Error.NotFound", "no such key")
-def bus_acquired(connection, name):
-    connection.register_object("/org/freedesktop/portal/desktop", info, call, None, None)
-def name_acquired(connection, name):
-    print("ready", flush=True)
-Gio.bus_own_name(Gio.BusType.SESSION, "org.freedesktop.portal.Desktop", 0,
-                 bus_acquired, name_acquired, None)
-GLib.MainLoop().run()
-"""
-
-
 def window_pixels(sb):
     """The program's window as (width, height, rows of RGB bytes), from the
     display itself."""
@@ -675,10 +651,7 @@ def case_dark_desktop(args):
         sb.start_display()
         sb.start_bus()
         os.environ.update(sb.client_environment())
-        portal = sb._spawn(["/usr/bin/python3", "-c", FAKE_PORTAL], stdout=subprocess.PIPE,
-                           stderr=subprocess.STDOUT)
-        ready = portal.stdout.readline().decode().strip()
-        check(ready == "ready", "the fake portal did not start: %r" % ready)
+        sb.start_dark_portal()
         with open(c.stderr_path, "wb") as err:
             sb.start_program(player=False, stdout=err, stderr=err)
         driver = d.Driver(alive=lambda: sb.program_process.poll() is None)
