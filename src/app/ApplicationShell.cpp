@@ -141,6 +141,19 @@ std::future<target::Inventory> scanInBackground(const engine::UninstallEngine& e
     });
 }
 
+// Whether the desktop prefers dark, asked beside the compile: the question
+// goes over the session bus (connecting to it takes longer than the rest of
+// the window's set-up), and the answer is only needed once the window is
+// about to be made.
+std::future<bool> askDesktopInBackground() {
+    return std::async(std::launch::async, [] {
+        const long long began = monotonicNanoseconds();
+        const bool dark = desktopPrefersDark();
+        markStartupSpan("desktop", began);
+        return dark;
+    });
+}
+
 // Makes the window from its compiled QML, for the model, and gives it the
 // program's name. Null (with Qt's reasons printed) when the QML failed.
 std::unique_ptr<QQuickWindow> makeWindow(QQmlComponent& component, UninstallerModel& model) {
@@ -158,13 +171,12 @@ std::unique_ptr<QQuickWindow> makeWindow(QQmlComponent& component, UninstallerMo
     return window;
 }
 
-// What the window needs before it is made: its style, its scene graph, its
-// accessible controls and the desktop's colour scheme.
+// What the window needs before its QML is compiled: its style, its scene
+// graph and its accessible controls.
 void prepareWindow() {
     QQuickStyle::setStyle(QStringLiteral("Fusion"));
     chooseSceneGraph();
     installAccessibleControls();
-    followDesktopColorScheme();
     markStartup("window-setup");
 }
 
@@ -192,12 +204,15 @@ int showWindow(QGuiApplication& application, QQuickWindow* window, TerminationGu
 // are ready, so the first frame is the real review.
 int runWindow(QGuiApplication& application, engine::UninstallEngine engine) {
     std::future<target::Inventory> firstScan = scanInBackground(engine);
+    std::future<bool> desktopIsDark = askDesktopInBackground();
     prepareWindow();
     QQmlApplicationEngine qml;
     qml.addImportPath(QStringLiteral("qrc:/qt/qml"));
     markStartup("qml-engine");
     QQmlComponent component(&qml, QUrl(QString::fromLatin1(kMainQmlUrl)));
     markStartup("qml-compiled");
+    followDesktopColorScheme(desktopIsDark.get());
+    markStartup("desktop-awaited");
     UninstallerModel model(std::move(engine), makeSystemDesktopActions(), firstScan.get());
     markStartup("scan-awaited");
     TerminationGuard guard(&model);
