@@ -21,7 +21,14 @@ uninstaller chooses), its first frame. Peak memory is the program's high-water
 resident set size (VmHWM) once that frame is on screen. Prints the medians,
 the ratio of the medians (target: at most 1.5) and the peak memory of each;
 the bare window is also timed with the software scene graph the uninstaller
-uses, for a stricter second ratio. Exits with 1 when the target is missed.
+uses, for a stricter second ratio (target: at most 1.3). Exits with 1 when
+either target is missed.
+
+The breakdown of the uninstaller's time comes from its own start-up marks
+(the logging category uninstall.startup): each step of its GUI thread with
+the moment it ended, and each step that runs beside them on a thread of its
+own (the first scan, the desktop's colour scheme) with when it began and
+ended.
 """
 
 import argparse
@@ -39,6 +46,7 @@ sys.path.insert(0, os.path.join(HERE, "..", "scripts", "e2e"))
 import sandbox as sandbox_module  # noqa: E402
 
 TARGET = 1.5
+STRICT_TARGET = 1.3
 BARE_RELATIVE = "bench/startup_bare_window"
 
 
@@ -187,9 +195,9 @@ def print_breakdown(steps, medians):
         previous = 0.0
         for step, ends in sorted(main_steps.items(), key=lambda item: statistics.median(item[1])):
             end = statistics.median(ends)
-            print("  %-14s %5.0f ms  (+%.0f ms)" % (step, end * 1000, (end - previous) * 1000))
+            print("  %-16s %5.0f ms  (+%.0f ms)" % (step, end * 1000, (end - previous) * 1000))
             previous = end
-        print("  %-14s %5.0f ms  (+%.0f ms)" % ("first frame", medians[name] * 1000,
+        print("  %-16s %5.0f ms  (+%.0f ms)" % ("first frame", medians[name] * 1000,
                                                 (medians[name] - previous) * 1000))
         for step in sorted(beside):
             began, ended = marks[step + " began"], marks[step + " ended"]
@@ -250,9 +258,10 @@ def main():
         ratio = medians["uninstaller"] / medians["bare window"]
         print("ratio uninstaller / bare window (median of %d): %.2f (target at most %.1f)"
               % (args.runs, ratio, TARGET))
-        print("ratio uninstaller / bare window drawn in software: %.2f"
-              % (medians["uninstaller"] / medians["bare window, software"]))
-        return 0 if ratio <= TARGET else 1
+        strict = medians["uninstaller"] / medians["bare window, software"]
+        print("ratio uninstaller / bare window drawn in software: %.2f (target at most %.1f)"
+              % (strict, STRICT_TARGET))
+        return 0 if ratio <= TARGET and strict <= STRICT_TARGET else 1
     finally:
         sb.close()
 
