@@ -21,7 +21,14 @@ uninstaller chooses), its first frame. Peak memory is the program's high-water
 resident set size (VmHWM) once that frame is on screen. Prints the medians,
 the ratio of the medians (target: at most 1.5) and the peak memory of each;
 the bare window is also timed with the software scene graph the uninstaller
-uses, for a stricter second ratio. Exits with 1 when the target is missed.
+uses, for a stricter second ratio (target: at most 1.3). Exits with 1 when
+either target is missed.
+
+The breakdown of the uninstaller's time comes from its own start-up marks
+(the logging category uninstall.startup): each step of its GUI thread with
+the moment it ended, and each step that runs beside them on a thread of its
+own (the first scan, the desktop's colour scheme) with when it began and
+ended.
 """
 
 import argparse
@@ -39,6 +46,7 @@ sys.path.insert(0, os.path.join(HERE, "..", "scripts", "e2e"))
 import sandbox as sandbox_module  # noqa: E402
 
 TARGET = 1.5
+STRICT_TARGET = 1.3
 BARE_RELATIVE = "bench/startup_bare_window"
 
 
@@ -94,12 +102,26 @@ def high_water_kib(pid):
 
 
 MARK = "startup mark: "
+SPAN = "startup span: "
+
+
+def read_mark(line, started, marks):
+    """Files one start-up mark into `marks`, as seconds since the spawn: a
+    step of the main thread (name, when it ended) under its name, a step
+    that ran beside them on a thread of its own (name, when it began, when
+    it ended) under its name with " began" and " ended"."""
+    if line.startswith(MARK):
+        step, nanoseconds = line[len(MARK):].rsplit(" ", 1)
+        marks[step] = int(nanoseconds) / 1e9 - started
+    elif line.startswith(SPAN):
+        step, began, ended = line[len(SPAN):].rsplit(" ", 2)
+        marks[step + " began"] = int(began) / 1e9 - started
+        marks[step + " ended"] = int(ended) / 1e9 - started
 
 
 def run_once(sb, executable, extra_environment=None, timeout=120, marks=None):
     """(seconds to the first frame, peak memory in KiB) of one start. The
-    uninstaller's start-up marks (step, monotonic nanoseconds) go into
-    `marks` as seconds since the spawn."""
+    uninstaller's start-up marks go into `marks` (see read_mark)."""
     env = environment(sb, extra_environment)
     watch = FrameWatch()
     started = time.monotonic()
@@ -127,9 +149,8 @@ def run_once(sb, executable, extra_environment=None, timeout=120, marks=None):
         for raw in lines:
             line = raw.decode(errors="replace")
             log.append(line)
-            if line.startswith(MARK) and marks is not None:
-                step, nanoseconds = line[len(MARK):].rsplit(" ", 1)
-                marks[step] = int(nanoseconds) / 1e9 - started
+            if marks is not None:
+                read_mark(line, started, marks)
             if watch.feed(line):
                 seconds = now - started
                 break
@@ -162,17 +183,28 @@ def stop(process, pid):
 
 
 def print_breakdown(steps, medians):
-    """Where each program's time to its first frame goes: each step's median
-    end since the spawn, and what it added."""
+    """Where each program's time to its first frame goes: each step of its
+    main thread with its median end since the spawn and what it added; then
+    each step that ran beside them on a thread of its own, with its median
+    beginning, end and length."""
     for name, marks in steps.items():
         print("%s, where the time goes (median end of each step since the spawn):" % name)
+        beside = {step[:-len(" began")] for step in marks if step.endswith(" began")}
+        spans = {step + suffix for step in beside for suffix in (" began", " ended")}
+        main_steps = {step: ends for step, ends in marks.items() if step not in spans}
         previous = 0.0
-        for step, ends in sorted(marks.items(), key=lambda item: statistics.median(item[1])):
+        for step, ends in sorted(main_steps.items(), key=lambda item: statistics.median(item[1])):
             end = statistics.median(ends)
-            print("  %-14s %5.0f ms  (+%.0f ms)" % (step, end * 1000, (end - previous) * 1000))
+            print("  %-16s %5.0f ms  (+%.0f ms)" % (step, end * 1000, (end - previous) * 1000))
             previous = end
-        print("  %-14s %5.0f ms  (+%.0f ms)" % ("first frame", medians[name] * 1000,
+        print("  %-16s %5.0f ms  (+%.0f ms)" % ("first frame", medians[name] * 1000,
                                                 (medians[name] - previous) * 1000))
+        for step in sorted(beside):
+            began, ended = marks[step + " began"], marks[step + " ended"]
+            lengths = [end - start for start, end in zip(began, ended)]
+            print("  beside them, on a thread of its own: %s from %.0f ms to %.0f ms (%.0f ms)"
+                  % (step, statistics.median(began) * 1000, statistics.median(ended) * 1000,
+                     statistics.median(lengths) * 1000))
 
 
 def main():
@@ -226,9 +258,10 @@ def main():
         ratio = medians["uninstaller"] / medians["bare window"]
         print("ratio uninstaller / bare window (median of %d): %.2f (target at most %.1f)"
               % (args.runs, ratio, TARGET))
-        print("ratio uninstaller / bare window drawn in software: %.2f"
-              % (medians["uninstaller"] / medians["bare window, software"]))
-        return 0 if ratio <= TARGET else 1
+        strict = medians["uninstaller"] / medians["bare window, software"]
+        print("ratio uninstaller / bare window drawn in software: %.2f (target at most %.1f)"
+              % (strict, STRICT_TARGET))
+        return 0 if ratio <= TARGET and strict <= STRICT_TARGET else 1
     finally:
         sb.close()
 

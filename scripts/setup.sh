@@ -21,6 +21,9 @@ packages=(
   # screenshots of the virtual display (xwd, netpbm), its clipboard (xclip)
   # and its keyboard (xdotool)
   x11-apps netpbm xclip xdotool
+  # a window manager that draws title bars on the virtual display, for the
+  # software centres' screenshots of the window as a desktop shows it
+  openbox
   # the same under headless Wayland compositors: weston (no seat), sway (a
   # seat) with wtype for its keyboard and wl-paste for its clipboard, and
   # Qt's Wayland plugin

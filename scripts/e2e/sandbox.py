@@ -48,6 +48,50 @@ SESSION_CONFIG = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Co
 """
 
 
+# A desktop portal that answers only the colour-scheme question, with "prefer
+# dark", wrapped in two variants as older portals send it.
+DARK_PORTAL = r"""
+from gi.repository import Gio, GLib
+XML = ('<node><interface name="org.freedesktop.portal.Settings"><method name="Read">'
+       '<arg type="s" direction="in"/><arg type="s" direction="in"/>'
+       '<arg type="v" direction="out"/></method></interface></node>')
+info = Gio.DBusNodeInfo.new_for_xml(XML).interfaces[0]
+def call(connection, sender, path, interface, method, parameters, invocation):
+    if tuple(parameters.unpack()) == ("org.freedesktop.appearance", "color-scheme"):
+        inner = GLib.Variant("v", GLib.Variant("u", 1))
+        invocation.return_value(GLib.Variant("(v)", (inner,)))
+    else:
+        invocation.return_dbus_error("org.freedesktop.portal.Error.NotFound", "no such key")
+def bus_acquired(connection, name):
+    connection.register_object("/org/freedesktop/portal/desktop", info, call, None, None)
+def name_acquired(connection, name):
+    print("ready", flush=True)
+Gio.bus_own_name(Gio.BusType.SESSION, "org.freedesktop.portal.Desktop", 0,
+                 bus_acquired, name_acquired, None)
+GLib.MainLoop().run()
+"""
+
+# The window manager's settings: one desktop, new windows focused and
+# placed in the middle, title bars in the named theme with the icon, the
+# title and the buttons.
+OPENBOX_CONFIG = """<?xml version="1.0" encoding="UTF-8"?>
+<openbox_config xmlns="http://openbox.org/3.4/rc">
+  <focus><focusNew>yes</focusNew><followMouse>no</followMouse></focus>
+  <placement><policy>Smart</policy><center>yes</center></placement>
+  <theme>
+    <name>%s</name>
+    <titleLayout>NLIMC</titleLayout>
+    <keepBorder>yes</keepBorder>
+    <animateIconify>no</animateIconify>
+    <font place="ActiveWindow"><name>DejaVu Sans</name><size>10</size><weight>Bold</weight></font>
+    <font place="InactiveWindow"><name>DejaVu Sans</name><size>10</size><weight>Bold</weight></font>
+  </theme>
+  <desktops><number>1</number></desktops>
+  <margins><top>0</top><bottom>0</bottom><left>0</left><right>0</right></margins>
+</openbox_config>
+"""
+
+
 class SandboxError(RuntimeError):
     pass
 
@@ -304,6 +348,37 @@ class Sandbox:
                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, **user)
         self.bus_address = _read_line(process.stdout, timeout, "the D-Bus session to start")
         return self.bus_address
+
+    def start_dark_portal(self, timeout=30):
+        """A desktop portal on the session bus whose colour scheme is "prefer
+        dark". Call after start_bus()."""
+        portal = self._spawn(["/usr/bin/python3", "-c", DARK_PORTAL],
+                             env=self.client_environment(), stdin=subprocess.DEVNULL,
+                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        ready = _read_line(portal.stdout, timeout, "the dark portal to start")
+        if ready != "ready":
+            raise SandboxError("the dark portal did not start: %r" % ready)
+
+    def start_window_manager(self, theme="Clearlooks", timeout=30):
+        """openbox on the virtual display, drawing title bars and frames in
+        one of its themes (Clearlooks light, Onyx dark). Call after
+        start_display() and before the program starts, so that its window is
+        framed from the first."""
+        config = os.path.join(self.scratch, "openbox-%s.xml" % theme)
+        with open(config, "w") as out:
+            out.write(OPENBOX_CONFIG % theme)
+        env = dict(self.client_environment(), HOME=self.scratch)
+        self._spawn(["openbox", "--sm-disable", "--config-file", config], env=env,
+                    stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                    stderr=subprocess.DEVNULL)
+        deadline = time.monotonic() + timeout
+        while time.monotonic() < deadline:
+            found = subprocess.run(["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"], env=env,
+                                   capture_output=True, text=True, timeout=timeout)
+            if "window id #" in found.stdout:
+                return
+            time.sleep(0.05)
+        raise SandboxError("openbox did not manage the display within %d s" % timeout)
 
     def client_environment(self):
         """The environment of a process that talks to the program's window and buses."""

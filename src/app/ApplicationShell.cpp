@@ -1,17 +1,22 @@
 #include "app/ApplicationShell.h"
 
 #include <QCoreApplication>
+#include <QDebug>
 #include <QDir>
 #include <QGuiApplication>
 #include <QIcon>
 #include <QLoggingCategory>
 #include <QQmlApplicationEngine>
+#include <QQmlComponent>
 #include <QQuickStyle>
 #include <QQuickWindow>
 #include <QSGRendererInterface>
 #include <QTranslator>
 #include <QUrl>
 #include <ctime>
+#include <future>
+#include <memory>
+#include <utility>
 
 #include "app/AccessibleControls.h"
 #include "app/DesktopColorScheme.h"
@@ -21,6 +26,7 @@
 #include "app/TerminationGuard.h"
 #include "app/Translations.h"
 #include "app/UninstallerModel.h"
+#include "target/Inventory.h"
 #include "target/UninstallContext.h"
 
 namespace app {
@@ -32,12 +38,23 @@ namespace {
 // benchmark reads when it spawns the program.
 Q_LOGGING_CATEGORY(lcStartup, "uninstall.startup", QtWarningMsg)
 
+long long monotonicNanoseconds() {
+    timespec now{};
+    (void)::clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<long long>(now.tv_sec) * 1000000000LL + now.tv_nsec;
+}
+
 void markStartup(const char* step) {
     if (lcStartup().isDebugEnabled()) {
-        timespec now{};
-        (void)::clock_gettime(CLOCK_MONOTONIC, &now);
-        qCDebug(lcStartup, "startup mark: %s %lld", step,
-                static_cast<long long>(now.tv_sec) * 1000000000LL + now.tv_nsec);
+        qCDebug(lcStartup, "startup mark: %s %lld", step, monotonicNanoseconds());
+    }
+}
+
+// A step that ran beside the others, on a thread of its own: when it began
+// and when it ended.
+void markStartupSpan(const char* step, long long began) {
+    if (lcStartup().isDebugEnabled()) {
+        qCDebug(lcStartup, "startup span: %s %lld %lld", step, began, monotonicNanoseconds());
     }
 }
 
@@ -110,56 +127,62 @@ void giveIconAfterFirstFrame(QQuickWindow* window) {
         static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::SingleShotConnection));
 }
 
-QQuickWindow* loadWindow(QQmlApplicationEngine& qml, UninstallerModel& model) {
-    qml.addImportPath(QStringLiteral("qrc:/qt/qml"));
-    qml.setInitialProperties({{QStringLiteral("model"), QVariant::fromValue(&model)}});
-    qml.load(QUrl(QString::fromLatin1(kMainQmlUrl)));
-    const QList<QObject*> roots = qml.rootObjects();
-    auto* window = roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow*>(roots.first());
+// The first inventory, scanned on a thread of its own while the window's
+// QML is compiled: the two take about as long as each other and neither
+// needs the other. The scan touches only the core and its adapters, and the
+// core's sentences come from QCoreApplication::translate, which any thread
+// may call.
+std::future<target::Inventory> scanInBackground(const engine::UninstallEngine& engine) {
+    return std::async(std::launch::async, [engine] {
+        const long long began = monotonicNanoseconds();
+        target::Inventory inventory = UninstallerModel::scan(engine);
+        markStartupSpan("scan", began);
+        return inventory;
+    });
+}
+
+// Whether the desktop prefers dark, asked beside the compile: the question
+// goes over the session bus (connecting to it takes longer than the rest of
+// the window's set-up), and the answer is only needed once the window is
+// about to be made.
+std::future<bool> askDesktopInBackground() {
+    return std::async(std::launch::async, [] {
+        const long long began = monotonicNanoseconds();
+        const bool dark = desktopPrefersDark();
+        markStartupSpan("desktop", began);
+        return dark;
+    });
+}
+
+// Makes the window from its compiled QML, for the model, and gives it the
+// program's name. Null (with Qt's reasons printed) when the QML failed.
+std::unique_ptr<QQuickWindow> makeWindow(QQmlComponent& component, UninstallerModel& model) {
+    std::unique_ptr<QObject> root(component.createWithInitialProperties(
+        {{QStringLiteral("model"), QVariant::fromValue(&model)}}));
+    if (!root) {
+        qWarning().noquote() << component.errorString();
+        return nullptr;
+    }
+    std::unique_ptr<QQuickWindow> window(qobject_cast<QQuickWindow*>(root.get()));
     if (window) {
+        (void)root.release();
         window->setTitle(QCoreApplication::translate("Shell", "Uninstall Tavio"));
     }
     return window;
 }
 
-// What the window needs before it is made: its style, its scene graph, its
-// accessible controls and the desktop's colour scheme.
+// What the window needs before its QML is compiled: its style, its scene
+// graph and its accessible controls.
 void prepareWindow() {
     QQuickStyle::setStyle(QStringLiteral("Fusion"));
     chooseSceneGraph();
-    markStartup("translations");
     installAccessibleControls();
-    followDesktopColorScheme();
+    markStartup("window-setup");
 }
 
-// Everything that lives while the window is up, torn down in reverse order
-// (the window before the guard, the guard before the model) when it returns.
-int runWindow(QGuiApplication& application) {
-    // The core's sentences are translated like every other text of the
-    // window; without a translation for the user's language English stands.
-    QTranslator translator;
-    (void)installTranslations(translator);
-    installCoreTextLookup();
-    prepareWindow();
-
-    // A second start ends here, before it has looked at a single file.
-    SingleInstance instance(SingleInstance::defaultFolder());
-    if (!instance.acquire()) {
-        (void)activateRunningCopy();
-        return 0;
-    }
-
-    const target::UninstallContext context = target::UninstallContext::current();
-    UninstallerModel model(makeSystemEngine(context), makeSystemDesktopActions());
-    markStartup("scan");
-    TerminationGuard guard(&model);
-    (void)guard.catchTerminationSignals();
-    QQmlApplicationEngine qml;
-    markStartup("qml-engine");
-    QQuickWindow* window = loadWindow(qml, model);
-    if (!window) {
-        return 1;
-    }
+// The window's life once it is on screen: the guard watches it, a second
+// start may raise it, and its icon follows the first frame.
+int showWindow(QGuiApplication& application, QQuickWindow* window, TerminationGuard& guard) {
     // Qt took the window class from the application name when it made the
     // window. Screen readers read that name each time they ask, and should
     // hear the program's name rather than its desktop entry's.
@@ -172,6 +195,52 @@ int runWindow(QGuiApplication& application) {
     guard.guardWindow(window);
     offerActivation(window);
     return application.exec();
+}
+
+// Everything that lives while the window is up, torn down in reverse order
+// (the window before the guard, the guard before the model, the model
+// before the QML engine) when it returns. The model is made, with the
+// inventory it shows first, only once both the scan and the compiled QML
+// are ready, so the first frame is the real review.
+int runWindow(QGuiApplication& application, engine::UninstallEngine engine) {
+    std::future<target::Inventory> firstScan = scanInBackground(engine);
+    std::future<bool> desktopIsDark = askDesktopInBackground();
+    prepareWindow();
+    QQmlApplicationEngine qml;
+    qml.addImportPath(QStringLiteral("qrc:/qt/qml"));
+    markStartup("qml-engine");
+    QQmlComponent component(&qml, QUrl(QString::fromLatin1(kMainQmlUrl)));
+    markStartup("qml-compiled");
+    followDesktopColorScheme(desktopIsDark.get());
+    markStartup("desktop-awaited");
+    UninstallerModel model(std::move(engine), makeSystemDesktopActions(), firstScan.get());
+    markStartup("scan-awaited");
+    TerminationGuard guard(&model);
+    (void)guard.catchTerminationSignals();
+    const std::unique_ptr<QQuickWindow> window = makeWindow(component, model);
+    if (!window) {
+        return 1;
+    }
+    return showWindow(application, window.get(), guard);
+}
+
+// Translations, then one copy at a time, then the window.
+int runProgram(QGuiApplication& application) {
+    // The core's sentences are translated like every other text of the
+    // window; without a translation for the user's language English stands.
+    QTranslator translator;
+    (void)installTranslations(translator);
+    installCoreTextLookup();
+    markStartup("translations");
+
+    // A second start ends here, before it has looked at a single file.
+    SingleInstance instance(SingleInstance::defaultFolder());
+    if (!instance.acquire()) {
+        (void)activateRunningCopy();
+        return 0;
+    }
+    const target::UninstallContext context = target::UninstallContext::current();
+    return runWindow(application, makeSystemEngine(context));
 }
 
 }  // namespace
@@ -187,7 +256,7 @@ int runApplication(int& argc, char** argv) {
         bundlePath = bundlePathForExecutable(QCoreApplication::applicationFilePath());
         identifyWithDesktopEntry();
         markStartup("application");
-        code = runWindow(application);
+        code = runProgram(application);
     }
     removeTemporaryCopy(bundlePath, QDir::tempPath());
     return code;

@@ -7,8 +7,8 @@
 
 namespace app {
 
-void followDesktopColorScheme() {
-    if (colorscheme::isDark(QGuiApplication::palette()) || !desktopPrefersDark()) {
+void followDesktopColorScheme(bool prefersDark) {
+    if (!prefersDark || colorscheme::isDark(QGuiApplication::palette())) {
         return;
     }
     QGuiApplication::setPalette(colorscheme::darkPalette());

@@ -36,11 +36,17 @@ QString pathText(const std::string& path) {
 
 }  // namespace
 
-UninstallerModel::UninstallerModel(engine::UninstallEngine engine,
+UninstallerModel::UninstallerModel(const engine::UninstallEngine& engine,
                                    std::shared_ptr<DesktopActions> actions,
                                    QObject* parent)
+    : UninstallerModel(engine, std::move(actions), scan(engine), parent) {}
+
+UninstallerModel::UninstallerModel(engine::UninstallEngine engine,
+                                   std::shared_ptr<DesktopActions> actions,
+                                   target::Inventory firstInventory,
+                                   QObject* parent)
     : QObject(parent), engine_(std::move(engine)), actions_(std::move(actions)) {
-    inventory_ = scan();
+    inventory_ = std::move(firstInventory);
     items_ = values::items(inventory_);
     if (phaseFor(inventory_) == Kind::NothingToRemove) {
         phase_ = Phase{Kind::NothingToRemove, std::nullopt};
@@ -155,8 +161,12 @@ void UninstallerModel::quit() {
     QCoreApplication::quit();
 }
 
+target::Inventory UninstallerModel::scan(const engine::UninstallEngine& engine) {
+    return target::InventoryBuilder{engine.context, engine.verifier, engine.preferences}.build();
+}
+
 target::Inventory UninstallerModel::scan() const {
-    return target::InventoryBuilder{engine_.context, engine_.verifier, engine_.preferences}.build();
+    return scan(engine_);
 }
 
 void UninstallerModel::publishInventory(target::Inventory inventory) {

@@ -103,8 +103,15 @@ class UninstallerModel : public QObject {
 
     // Scans at once, so the first screen has its inventory. `actions` serve
     // the report's copy and reveal buttons.
+    UninstallerModel(const engine::UninstallEngine& engine,
+                     std::shared_ptr<DesktopActions> actions,
+                     QObject* parent = nullptr);
+    // Shows `firstInventory` as the first screen's inventory: a scan that the
+    // caller made with scan(engine), for example on another thread while the
+    // window was being compiled.
     UninstallerModel(engine::UninstallEngine engine,
                      std::shared_ptr<DesktopActions> actions,
+                     target::Inventory firstInventory,
                      QObject* parent = nullptr);
     // Waits for the task to end. Only reachable while nothing is being
     // removed (the termination guard sees to that), so the wait is short: a
@@ -113,6 +120,11 @@ class UninstallerModel : public QObject {
 
     UninstallerModel(const UninstallerModel&) = delete;
     UninstallerModel& operator=(const UninstallerModel&) = delete;
+
+    // The scan that the model makes whenever it needs a fresh inventory: of
+    // the engine's context, with its adapters. Touches no model, so it may
+    // run on any thread.
+    static target::Inventory scan(const engine::UninstallEngine& engine);
 
     // The values themselves, for C++ callers.
     const Phase& currentPhase() const { return phase_; }

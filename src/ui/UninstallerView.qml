@@ -82,8 +82,26 @@ Item {
         isBusy: root.model.isBusy
     }
 
-    // Shown exactly while the model is confirming.
-    ConfirmationAlert {
-        model: root.model
+    // Shown exactly while the model is confirming. It is made the first time
+    // the model confirms, and kept from then on: the review's first frame has
+    // no use for it, and making it takes about as long as drawing that frame.
+    Loader {
+        id: alertLoader
+        active: false
+        sourceComponent: Component {
+            ConfirmationAlert {
+                model: root.model // qmllint disable unqualified
+            }
+        }
+
+        Connections {
+            target: root.model
+            function onIsConfirmingChanged() {
+                if (root.model.isConfirming)
+                    alertLoader.active = true
+            }
+        }
+
+        Component.onCompleted: alertLoader.active = root.model.isConfirming
     }
 }

@@ -5,6 +5,7 @@
 #include <QElapsedTimer>
 #include <QSignalSpy>
 #include <QtTest>
+#include <thread>
 
 #include "DescriptorCheck.h"
 #include "QtTestMain.h"
@@ -348,6 +349,37 @@ void UninstallerModelTests::modelGoneDuringTheWaitEndsAtOnce() {
     QVERIFY(clock.elapsed() < 5000);
     QTest::qWait(50);  // anything still queued for the model is dropped
     QVERIFY(testsupport::exists(library("Caches/io.tavio.Tavio")));
+}
+
+// The application scans on a thread of its own while the window compiles,
+// and hands the model that inventory: the model shows exactly it, and only
+// the next scan sees what has changed since.
+void UninstallerModelTests::firstInventoryScannedOnAnotherThreadIsShownAsItWas() {
+    plantFolder("Caches/io.tavio.Tavio");
+    const engine::UninstallEngine engine{context_, processes_, preferences_, verifier_, 10s, 10ms};
+    target::Inventory scanned;
+    std::thread([&] { scanned = UninstallerModel::scan(engine); }).join();
+    plantFolder("Logs/io.tavio.Tavio");
+
+    model_ = std::make_unique<UninstallerModel>(engine, actions_, scanned);
+    QVERIFY(model_->inventory() == scanned);
+    QVERIFY(model_->currentPhase().kind == UninstallerModel::Phase::Kind::review);
+    QCOMPARE(model_->items().size(), static_cast<qsizetype>(scanned.items.size()));
+    QCOMPARE(model_->removableCount(), 1);
+    QVERIFY(!model_->hasTask());
+
+    model_->refresh();
+    QCOMPARE(model_->removableCount(), 2);
+}
+
+void UninstallerModelTests::emptyFirstInventoryShowsNothingToRemove() {
+    const engine::UninstallEngine engine{context_, processes_, preferences_, verifier_, 10s, 10ms};
+    target::Inventory scanned;
+    std::thread([&] { scanned = UninstallerModel::scan(engine); }).join();
+
+    model_ = std::make_unique<UninstallerModel>(engine, actions_, scanned);
+    QVERIFY(model_->currentPhase().kind == UninstallerModel::Phase::Kind::nothingToRemove);
+    QCOMPARE(model_->userName(), QStringLiteral("alice"));
 }
 
 int main(int argc, char** argv) {

@@ -67,6 +67,8 @@ class UninstallerModelTests : public QObject {
     void confirmingNotifiesOnlyOnChange();
     void replacedRunGoesOnWithoutBlocking();
     void modelGoneDuringTheWaitEndsAtOnce();
+    void firstInventoryScannedOnAnotherThreadIsShownAsItWas();
+    void emptyFirstInventoryShowsNothingToRemove();
 
   private:
     std::string home() const { return *temp_ / "home"; }

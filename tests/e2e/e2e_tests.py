@@ -621,30 +621,6 @@ def case_screen_reader_announcements(args):
         c.close()
 
 
-# A desktop portal that answers only the colour-scheme question, with "prefer
-# dark", wrapped in two variants as older portals send it.
-FAKE_PORTAL = r"""
-from gi.repository import Gio, GLib
-XML = ('<node><interface name="org.freedesktop.portal.Settings"><method name="Read">'
-       '<arg type="s" direction="in"/><arg type="s" direction="in"/>'
-       '<arg type="v" direction="out"/></method></interface></node>')
-info = Gio.DBusNodeInfo.new_for_xml(XML).interfaces[0]
-def call(connection, sender, path, interface, method, parameters, invocation):
-    if tuple(parameters.unpack()) == ("org.freedesktop.appearance", "color-scheme"):
-        inner = GLib.Variant("v", GLib.Variant("u", 1))
-        invocation.return_value(GLib.Variant("(v)", (inner,)))
-    else:
-        invocation.return_dbus_error("org.freedesktop.portal.Error.NotFound", "no such key")
-def bus_acquired(connection, name):
-    connection.register_object("/org/freedesktop/portal/desktop", info, call, None, None)
-def name_acquired(connection, name):
-    print("ready", flush=True)
-Gio.bus_own_name(Gio.BusType.SESSION, "org.freedesktop.portal.Desktop", 0,
-                 bus_acquired, name_acquired, None)
-GLib.MainLoop().run()
-"""
-
-
 def window_pixels(sb):
     """The program's window as (width, height, rows of RGB bytes), from the
     display itself."""
@@ -675,10 +651,7 @@ def case_dark_desktop(args):
         sb.start_display()
         sb.start_bus()
         os.environ.update(sb.client_environment())
-        portal = sb._spawn(["/usr/bin/python3", "-c", FAKE_PORTAL], stdout=subprocess.PIPE,
-                           stderr=subprocess.STDOUT)
-        ready = portal.stdout.readline().decode().strip()
-        check(ready == "ready", "the fake portal did not start: %r" % ready)
+        sb.start_dark_portal()
         with open(c.stderr_path, "wb") as err:
             sb.start_program(player=False, stdout=err, stderr=err)
         driver = d.Driver(alive=lambda: sb.program_process.poll() is None)
@@ -965,6 +938,80 @@ def case_temporary_copy(args):
         c.close()
 
 
+def png_pixels(path):
+    """A PNG file as (width, height, rows of RGB bytes), through netpbm."""
+    ppm = subprocess.run(["pngtopnm", path], capture_output=True, check=True, timeout=30).stdout
+    fields = ppm.split(maxsplit=4)
+    check(fields[0] == b"P6" and fields[3] == b"255",
+          "%s: unexpected image header %r" % (path, fields[:4]))
+    return int(fields[1]), int(fields[2]), fields[4]
+
+
+def mean_luminance(image):
+    """The mean relative luminance (0 black, 1 white), from a sample of pixels."""
+    width, height, data = image
+    total, count = 0.0, 0
+    for offset in range(0, 3 * width * height, 3 * 7):
+        r, g, b = data[offset:offset + 3]
+        total += (0.2126 * r + 0.7152 * g + 0.0722 * b) / 255
+        count += 1
+    return total / count
+
+
+def colours_in(image, top, bottom):
+    """The distinct colours of the rows from top to bottom (exclusive)."""
+    width, _, data = image
+    row = 3 * width
+    band = data[top * row:bottom * row]
+    return {band[i:i + 3] for i in range(0, len(band), 3)}
+
+
+def check_screenshot(shot):
+    """One picture: the window manager's frame around the whole window, a
+    title bar drawn above it, and no pointer in it."""
+    name = os.path.basename(shot.path)
+    image = png_pixels(shot.path)
+    width, height, _ = image
+    x, y, client_width, client_height = shot.client
+    check((width, height) == tuple(shot.frame),
+          "%s is %dx%d, the frame %dx%d" % (name, width, height, *shot.frame))
+    check(width > client_width and height > client_height and x > 0 and y > 0,
+          "%s (%dx%d) does not frame the window (%dx%d at %d,%d)"
+          % (name, width, height, client_width, client_height, x, y))
+    check(y >= 10, "%s: the title bar above the window is %d pixels high" % (name, y))
+    # A title bar with a title, an icon and buttons has many colours; a
+    # plain border or an empty strip a few.
+    title_bar = colours_in(image, 0, y)
+    check(len(title_bar) >= 12, "%s: the strip above the window has %d colours, no title bar"
+          % (name, len(title_bar)))
+    check(shot.pointer_unseen,
+          "%s: the picture changed when the pointer moved over the window" % name)
+    return image
+
+
+def case_decorated_screenshots(args):
+    """The pictures for software centres (scripts/e2e/screenshots.py): the
+    window as a desktop frames it, on the review and on the result of an
+    uninstall driven by keyboard, light and dark, with no pointer."""
+    import screenshots
+    missing = screenshots.missing_tools()
+    check(not missing, "missing %s; scripts/setup.sh installs them" % ", ".join(missing))
+    out = os.path.join(os.path.abspath(args.build), "screenshots")
+    shots = {os.path.basename(shot.path): shot for shot in screenshots.make(args.build, out)}
+    expected = {"%s-%s.png" % (screen, style)
+                for screen in ("review", "result") for style in ("light", "dark")}
+    check(set(shots) == expected, "pictures made: %s" % sorted(shots))
+    images = {name: check_screenshot(shot) for name, shot in shots.items()}
+    for screen in ("review", "result"):
+        light = mean_luminance(images["%s-light.png" % screen])
+        dark = mean_luminance(images["%s-dark.png" % screen])
+        check(light > 0.6 and dark < 0.35 and light - dark > 0.35,
+              "%s: mean luminance light %.2f, dark %.2f" % (screen, light, dark))
+    # The review lists what will go; the result is the short final screen.
+    check(shots["review-light.png"].client[3] > shots["result-light.png"].client[3],
+          "the result picture is as tall as the review: not the result screen")
+
+
 CASES = {
     "full_road": case_full_road,
     "quit_refused": case_quit_refused,
@@ -982,6 +1029,7 @@ CASES = {
     "desktop_keys": case_desktop_keys,
     "close_key": case_close_key,
     "single_instance": case_single_instance,
+    "decorated_screenshots": case_decorated_screenshots,
     # Weston's headless compositor has no seat: the program must not crash
     # on it, and the whole road is driven through AT-SPI alone.
     "Wayland_full_road": lambda args: case_full_road(args, compositor="weston"),

@@ -116,7 +116,7 @@ TestCase {
     }
 
     function test_alertOpensWhileConfirming() {
-        verify(!alert().visible)
+        verify(alert() === null, "the alert is made before it is needed")
         model.isConfirming = true
         tryCompare(alert(), "opened", true)
         compare(alert().title, "Permanently remove Tavio and its data?")
@@ -129,6 +129,24 @@ TestCase {
         compare(uninstall.text, "Uninstall")
         verify(cancel.mapToItem(null, 0, 0).x < uninstall.mapToItem(null, 0, 0).x)
         verify(uninstall.destructive)
+    }
+
+    function test_alertIsKeptOnceMade() {
+        model.isConfirming = true
+        tryCompare(alert(), "opened", true)
+        const made = alert()
+        model.isConfirming = false
+        tryCompare(made, "visible", false)
+        compare(alert(), made)
+        model.isConfirming = true
+        tryCompare(made, "opened", true)
+    }
+
+    function test_viewOfAConfirmingModelOpensTheAlert() {
+        view.destroy()
+        model.isConfirming = true
+        view = viewComponent.createObject(testCase, { model: model })
+        tryCompare(alert(), "opened", true)
     }
 
     function test_reviewUninstallOpensTheAlert() {
