@@ -363,7 +363,7 @@ void UninstallerModelTests::firstInventoryScannedOnAnotherThreadIsShownAsItWas()
 
     model_ = std::make_unique<UninstallerModel>(engine, actions_, scanned);
     QVERIFY(model_->inventory() == scanned);
-    QVERIFY(model_->currentPhase().kind == UninstallerModel::Phase::Kind::review);
+    QVERIFY(model_->currentPhase().kind == UninstallerModel::Phase::Kind::Review);
     QCOMPARE(model_->items().size(), static_cast<qsizetype>(scanned.items.size()));
     QCOMPARE(model_->removableCount(), 1);
     QVERIFY(!model_->hasTask());
@@ -378,7 +378,7 @@ void UninstallerModelTests::emptyFirstInventoryShowsNothingToRemove() {
     std::thread([&] { scanned = UninstallerModel::scan(engine); }).join();
 
     model_ = std::make_unique<UninstallerModel>(engine, actions_, scanned);
-    QVERIFY(model_->currentPhase().kind == UninstallerModel::Phase::Kind::nothingToRemove);
+    QVERIFY(model_->currentPhase().kind == UninstallerModel::Phase::Kind::NothingToRemove);
     QCOMPARE(model_->userName(), QStringLiteral("alice"));
 }
 
