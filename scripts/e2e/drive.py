@@ -141,6 +141,11 @@ class Screen:
     def buttons(self):
         return [n.name for n in self.nodes if n.role in ("push button", "button")]
 
+    def focused_button(self):
+        """The name of the button that has the keyboard, or None."""
+        return next((n.name for n in self.nodes
+                     if n.role in ("push button", "button") and n.focused), None)
+
     def items(self):
         """List items (rows) as (title, description)."""
         return [(n.name, n.description) for n in self.nodes if n.role == "list item"]

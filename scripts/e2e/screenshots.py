@@ -159,12 +159,6 @@ def shoot(env, client, path):
     return Shot(path, (fw, fh), (cx - fx, cy - fy, cw, ch), with_pointer == image)
 
 
-def focused_button(driver):
-    screen = driver.screen()
-    return next((n.name for n in screen.nodes
-                 if n.role in ("push button", "button") and n.focused), None)
-
-
 def keys(env, *names):
     for name in names:
         run(env, ["xdotool", "key", "--clearmodifiers", name])
@@ -176,11 +170,11 @@ def uninstall_by_keyboard(env, driver, drive, client):
     keys(env, "Return")
     driver.wait_for_title(drive.ALERT, 30)
     for _ in range(6):
-        if focused_button(driver) == "Uninstall":
+        if driver.screen().focused_button() == "Uninstall":
             break
         keys(env, "Tab")
         time.sleep(0.2)
-    if focused_button(driver) != "Uninstall":
+    if driver.screen().focused_button() != "Uninstall":
         raise RuntimeError("Tab never reached the alert's Uninstall:\n" + driver.screen().dump())
     keys(env, "space")
     done = driver.wait_for_any([drive.COMPLETED, drive.INCOMPLETE], 120)

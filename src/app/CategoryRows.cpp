@@ -4,6 +4,8 @@
 #include <QStringList>
 #include <iterator>
 
+#include "app/ModelValues.h"
+
 namespace {
 
 using Category = CategoryRows::Category;
@@ -183,7 +185,7 @@ QVariant CategoryRows::data(const QModelIndex& index, int role) const {
     const Category category = kCategories[index.row()].category;
     switch (role) {
         case categoryRole:
-            return static_cast<int>(category);
+            return app::values::number(category);
         case titleRole:
             return title(category);
         case statusRole:
@@ -218,7 +220,7 @@ QVariant CategoryRows::workingData(Category category, int role) const {
     const RowState status = workingStatus(items_, rowStates_, category);
     switch (role) {
         case statusRole:
-            return static_cast<int>(status);
+            return app::values::number(status);
         case statusSymbolRole:
             return statusSymbol(status);
         default:

@@ -73,15 +73,6 @@ QString text(const std::string& utf8) {
     return QString::fromStdString(utf8);
 }
 
-namespace {
-
-template <typename Enumeration>
-int number(Enumeration value) {
-    return static_cast<int>(value);
-}
-
-}  // namespace
-
 QVariantList items(const target::Inventory& inventory) {
     QVariantList list;
     list.reserve(static_cast<qsizetype>(inventory.items.size()));

@@ -18,6 +18,13 @@ UninstallerModel::ItemState state(target::ItemState::Kind state);
 UninstallerModel::ItemOutcome outcome(engine::ItemOutcome::Kind outcome);
 UninstallerModel::Outcome outcome(engine::UninstallOutcome outcome);
 
+// An enumeration value as the screens get it: its number, which is how QML
+// compares enumeration values.
+template <typename Enumeration>
+int number(Enumeration value) {
+    return static_cast<int>(value);
+}
+
 // Text from the core, which is UTF-8 throughout.
 QString text(const std::string& utf8);
 

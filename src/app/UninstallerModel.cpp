@@ -77,7 +77,7 @@ int UninstallerModel::removableCount() const {
 QVariantMap UninstallerModel::rowStatesMap() const {
     QVariantMap map;
     for (const auto& [id, state] : rowStates_) {
-        map.insert(values::text(id), static_cast<int>(state));
+        map.insert(values::text(id), values::number(state));
     }
     return map;
 }

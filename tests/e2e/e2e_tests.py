@@ -255,10 +255,6 @@ def is_button(node):
     return node.role in ("push button", "button")
 
 
-def focused_button(screen):
-    return next((n.name for n in screen.nodes if is_button(n) and n.focused), None)
-
-
 def check_tab_order(driver):
     """Tab moves the focus through every enabled button of the screen, in
     reading order, and round again; disabled ones are passed over."""
@@ -267,12 +263,12 @@ def check_tab_order(driver):
     check(order, "no enabled button to reach:\n" + screen.dump())
     check(all(n.focusable for n in screen.nodes if is_button(n) and n.enabled),
           "an enabled button is not focusable:\n" + screen.dump())
-    start = focused_button(screen)
+    start = screen.focused_button()
     index = order.index(start) + 1 if start in order else 0
     for step in range(len(order) + 1):
         expected = order[(index + step) % len(order)]
         keys("Tab")
-        driver.wait(lambda s, e=expected: focused_button(s) == e, 10,
+        driver.wait(lambda s, e=expected: s.focused_button() == e, 10,
                     "Tab to focus “%s” (order %s)" % (expected, order))
     return order
 
@@ -629,8 +625,14 @@ def window_pixels(sb):
                          env=sb.client_environment()).stdout
     ppm = subprocess.run(["xwdtopnm"], input=xwd, capture_output=True, check=True,
                          timeout=30).stdout
+    return ppm_pixels(ppm, "the window")
+
+
+def ppm_pixels(ppm, what):
+    """A binary PPM image as (width, height, rows of RGB bytes)."""
     fields = ppm.split(maxsplit=4)
-    check(fields[0] == b"P6" and fields[3] == b"255", "unexpected image header %r" % fields[:4])
+    check(fields[0] == b"P6" and fields[3] == b"255",
+          "%s: unexpected image header %r" % (what, fields[:4]))
     return int(fields[1]), int(fields[2]), fields[4]
 
 
@@ -941,10 +943,7 @@ def case_temporary_copy(args):
 def png_pixels(path):
     """A PNG file as (width, height, rows of RGB bytes), through netpbm."""
     ppm = subprocess.run(["pngtopnm", path], capture_output=True, check=True, timeout=30).stdout
-    fields = ppm.split(maxsplit=4)
-    check(fields[0] == b"P6" and fields[3] == b"255",
-          "%s: unexpected image header %r" % (path, fields[:4]))
-    return int(fields[1]), int(fields[2]), fields[4]
+    return ppm_pixels(ppm, path)
 
 
 def mean_luminance(image):

@@ -2,17 +2,13 @@
 
 #include <QVariantList>
 
+#include "app/ModelValues.h"
 #include "app/UninstallerModel.h"
 
 namespace {
 
 using Model = app::UninstallerModel;
-
-// The model publishes its enumerations as numbers.
-template <typename Enumeration>
-int number(Enumeration value) {
-    return static_cast<int>(value);
-}
+using app::values::number;
 
 const QString kHome = QStringLiteral("/home/alice");
 
