@@ -589,6 +589,12 @@ def case_screen_reader_announcements(args):
             held = dict(removing.items())
             check(held.get("Temporary cache and update downloads") == "removing",
                   "the held category reads %r" % held)
+            # A screen reader handles each event as it arrives, and the bar's
+            # value is read when the event is handled: so the progress heard
+            # so far is handled while the run is held, not after it has
+            # finished (which a loaded machine can make it).
+            driver.wait(lambda s: listener.of_type("object:property-change:accessible-value"),
+                        30, "the held run's progress to be announced")
         done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 180)
         check(done.title == d.COMPLETED, "the run did not complete:\n" + done.dump())
         heard = listener.of_type("object:")
