@@ -98,40 +98,59 @@ ColumnLayout {
         }
     }
 
-    RowLayout {
+    // The two actions on what is left at the left, the two that end or
+    // repeat the run at the right; when a language's words or a large font
+    // make them too wide for one line, the right pair goes on a line of its
+    // own below, still at the right.
+    GridLayout {
+        id: incompleteButtons
         objectName: "incompleteButtons"
         visible: !root.completed
         Layout.fillWidth: true
+        columns: leftButtons.implicitWidth + rightButtons.implicitWidth + 2 * columnSpacing
+                 <= root.width ? 2 : 1
+        columnSpacing: 12
+        rowSpacing: 8
 
-        ActionButton {
-            objectName: "copyPathsButton"
-            text: qsTr("Copy Paths")
-            onClicked: root.model.copyRemainingPaths()
-        }
-
-        ActionButton {
-            objectName: "revealButton"
-            text: qsTr("Reveal in Finder")
-            onClicked: root.model.revealRemaining()
-        }
-
-        Item {
+        RowLayout {
+            id: leftButtons
             Layout.fillWidth: true
+
+            ActionButton {
+                objectName: "copyPathsButton"
+                text: qsTr("Copy Paths")
+                onClicked: root.model.copyRemainingPaths()
+            }
+
+            ActionButton {
+                objectName: "revealButton"
+                text: qsTr("Reveal in Finder")
+                onClicked: root.model.revealRemaining()
+            }
+
+            Item {
+                Layout.fillWidth: true
+            }
         }
 
-        ActionButton {
-            id: quitButton
-            objectName: "quitButton"
-            text: qsTr("Quit")
-            onClicked: root.model.quit()
-        }
+        RowLayout {
+            id: rightButtons
+            Layout.alignment: Qt.AlignRight
 
-        ActionButton {
-            id: tryAgainButton
-            objectName: "tryAgainButton"
-            text: qsTr("Try Again")
-            prominent: true
-            onClicked: root.model.refresh()
+            ActionButton {
+                id: quitButton
+                objectName: "quitButton"
+                text: qsTr("Quit")
+                onClicked: root.model.quit()
+            }
+
+            ActionButton {
+                id: tryAgainButton
+                objectName: "tryAgainButton"
+                text: qsTr("Try Again")
+                prominent: true
+                onClicked: root.model.refresh()
+            }
         }
     }
 

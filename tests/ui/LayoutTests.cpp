@@ -1,8 +1,9 @@
-// Every screen at the scale and font size this process runs with (the test
-// is registered at QT_SCALE_FACTOR 1.5 and 2, and with the desktop's font at
-// 1.5 times its size): no text is cut off or overlaps another, everything
-// lies inside the window, and each symbol is drawn from its vector source at
-// the window's device pixels rather than scaled up from a small bitmap.
+// Every screen at the scale, font size and language this process runs with
+// (the test is registered at QT_SCALE_FACTOR 1.5 and 2, and with the
+// desktop's font at 1.5 times its size, in the English a Linux desktop
+// speaks and in German, whose words run longest): no text is cut off or overlaps another,
+// everything lies inside the window, and each symbol is drawn from its vector source at the
+// window's device pixels rather than scaled up from a small bitmap.
 #include <QtQml/qqmlextensionplugin.h>
 
 #include <QFont>
@@ -11,12 +12,15 @@
 #include <QQuickStyle>
 #include <QSGTexture>
 #include <QSGTextureProvider>
+#include <QTranslator>
 #include <QtTest>
+#include <cstdio>
 #include <memory>
 
 #include "RenderedScreen.h"
 #include "ScenarioWindow.h"
 #include "Scenarios.h"
+#include "app/Translations.h"
 
 Q_IMPORT_QML_PLUGIN(UninstallTavioPlugin)
 Q_IMPORT_QML_PLUGIN(UninstallTavioAppPlugin)
@@ -73,6 +77,27 @@ QString symbolProblem(const rendered::Mark& mark, double ratio) {
     return {};
 }
 
+// The screen the window shows: the item that the window's content (the view
+// with its side margins) publishes as `screen`.
+QQuickItem* shownScreen(QQuickItem* item) {
+    if (item->metaObject()->indexOfProperty("sidePadding") >= 0)
+        return item->property("screen").value<QQuickItem*>();
+    const QList<QQuickItem*> children = item->childItems();
+    for (QQuickItem* child : children) {
+        if (QQuickItem* screen = shownScreen(child))
+            return screen;
+    }
+    return nullptr;
+}
+
+bool isWithin(const QQuickItem* item, const QQuickItem* ancestor) {
+    for (; item != nullptr; item = item->parentItem()) {
+        if (item == ancestor)
+            return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 void LayoutTests::screen() {
@@ -89,6 +114,11 @@ void LayoutTests::screen() {
     image.setDevicePixelRatio(ratio);
 
     const QRectF inside(0, 0, window->width(), window->height());
+    // What belongs to the screen keeps within its column, clear of the
+    // window's side margins, however long the words of the language.
+    const QQuickItem* screen = shownScreen(window->contentItem());
+    QVERIFY(screen);
+    const QRectF column = screen->mapRectToScene(QRectF(0, 0, screen->width(), screen->height()));
     const QList<rendered::Mark> marks = rendered::marks(window, image);
     QVERIFY(marks.size() >= 3);
     QStringList problems;
@@ -96,6 +126,10 @@ void LayoutTests::screen() {
         const rendered::Mark& mark = marks.at(i);
         if (!inside.contains(mark.scene)) {
             problems.append(describe(mark) + QStringLiteral(" is outside the window"));
+        }
+        if (isWithin(mark.item, screen) && (mark.scene.left() < column.left() - 0.5 ||
+                                            mark.scene.right() > column.right() + 0.5)) {
+            problems.append(describe(mark) + QStringLiteral(" reaches into the side margin"));
         }
         if (mark.item->property("truncated").toBool()) {
             problems.append(describe(mark) + QStringLiteral(" is cut off"));
@@ -130,6 +164,12 @@ int main(int argc, char** argv) {
         QFont font = QGuiApplication::font();
         font.setPointSizeF(font.pointSizeF() * fontScale);
         QGuiApplication::setFont(font);
+    }
+    // The words the program shows for the user's language (LANGUAGE and LANG).
+    QTranslator translator;
+    if (!app::installTranslations(translator)) {
+        std::fprintf(stderr, "no catalogue for this language\n");
+        return 1;
     }
     LayoutTests tests;
     return QTest::qExec(&tests, argc, argv);

@@ -147,6 +147,34 @@ TestCase {
         verify(!findChild(screen, "quitButton").prominent)
     }
 
+    function test_incompleteButtonsTooWideForOneLineWrapAtTheRight() {
+        show(incomplete(1))
+        const names = ["copyPathsButton", "revealButton", "quitButton", "tryAgainButton"]
+        const oneLine = findChild(screen, "tryAgainButton").mapToItem(screen, 0, 0).y
+        verify(findChild(screen, "copyPathsButton").mapToItem(screen, 0, 0).y === oneLine)
+        // As narrow as longer words would make the buttons too wide.
+        screen.width = 330
+        waitForRendering(screen)
+        const copy = findChild(screen, "copyPathsButton").mapToItem(screen, 0, 0)
+        const reveal = findChild(screen, "revealButton").mapToItem(screen, 0, 0)
+        const quit = findChild(screen, "quitButton").mapToItem(screen, 0, 0)
+        const tryAgain = findChild(screen, "tryAgainButton")
+        const tryAgainAt = tryAgain.mapToItem(screen, 0, 0)
+        compare(copy.x, 0)
+        compare(copy.y, reveal.y)
+        verify(quit.y > copy.y, "Quit stays on the first line")
+        compare(quit.y, tryAgainAt.y)
+        verify(quit.x < tryAgainAt.x)
+        compare(tryAgainAt.x + tryAgain.width, screen.width)
+        for (const name of names) {
+            const button = findChild(screen, name)
+            const at = button.mapToItem(screen, 0, 0)
+            verify(at.x >= 0 && at.x + button.width <= screen.width, name + " leaves the screen")
+        }
+        const buttons = findChild(screen, "incompleteButtons")
+        verify(buttons.y + buttons.height <= screen.implicitHeight)
+    }
+
     function test_incompleteReturnRefreshes() {
         show(incomplete(1))
         keyClick(Qt.Key_Return)

@@ -1,5 +1,6 @@
 // ui-screenshots FOLDER: renders every screen of the window offscreen, with a
-// fake model, into PNG files in FOLDER/light and FOLDER/dark (the platform's
+// fake model and in the words the program would use here (LANGUAGE and LANG
+// pick the catalogue), into PNG files in FOLDER/light and FOLDER/dark (the platform's
 // palette and the program's dark one). For looking at the layout without a
 // desktop, and for reviews. With QT_SCALE_FACTOR set, the images have that
 // many device pixels per point. Exits non-zero when a screen fails to load, a
@@ -16,11 +17,13 @@
 #include <QQmlEngine>
 #include <QQuickStyle>
 #include <QQuickWindow>
+#include <QTranslator>
 #include <cstdio>
 #include <memory>
 
 #include "ScenarioWindow.h"
 #include "Scenarios.h"
+#include "app/Translations.h"
 
 Q_IMPORT_QML_PLUGIN(UninstallTavioPlugin)
 Q_IMPORT_QML_PLUGIN(UninstallTavioAppPlugin)
@@ -88,6 +91,8 @@ int main(int argc, char* argv[]) {
     if (argc == 3 && QByteArray(argv[1]) == "--show") {
         QGuiApplication app(argc, argv);
         QQuickStyle::setStyle(QStringLiteral("Fusion"));
+        QTranslator translator;
+        (void)app::installTranslations(translator);
         return showOne(QString::fromLocal8Bit(argv[2]));
     }
     if (argc != 2) {
@@ -99,6 +104,10 @@ int main(int argc, char* argv[]) {
     QGuiApplication app(argc, argv);
     QQuickStyle::setStyle(QStringLiteral("Fusion"));
     qInstallMessageHandler(noteMessages);
+    // The words of this platform's desktop in the user's language, as the
+    // program shows them.
+    QTranslator translator;
+    (void)app::installTranslations(translator);
 
     bool ok = true;
     for (const NamedPalette& look : lightAndDark(QGuiApplication::palette())) {
