@@ -49,6 +49,17 @@ def case_full_road(args, compositor=None):
         c.close()
 
 
+def wait_for_stubborn_tavio(c):
+    """Starts the program beside a Tavio that ignores requests to quit and
+    confirms the uninstall. Returns the footprint as it was before, and the
+    driver once the window waits for Tavio."""
+    before = footprint_state(c.sandbox)
+    driver = c.start(player_args=("--ignore-quit",))
+    confirm(driver)
+    driver.wait_for_title(drive.WAITING, 60)
+    return before, driver
+
+
 def case_quit_refused(args):
     """Tavio will not quit: the quit-failed screen and nothing changed; once
     it has quit, "Try Again" runs the whole uninstall again and completes."""
@@ -56,10 +67,7 @@ def case_quit_refused(args):
     try:
         sb = c.sandbox
         d = drive
-        before = footprint_state(sb)
-        driver = c.start(player_args=("--ignore-quit",))
-        confirm(driver)
-        driver.wait_for_title(d.WAITING, 60)
+        before, driver = wait_for_stubborn_tavio(c)
         # The uninstaller waits 30 seconds for Tavio before it gives up.
         failed = driver.wait_for_any([d.QUIT_FAILED, d.COMPLETED, d.INCOMPLETE], 120)
         check(failed.title == d.QUIT_FAILED, "expected the quit-failed screen:\n" + failed.dump())
@@ -217,11 +225,7 @@ def case_waiting_allows_quit(args):
     c = Case(args)
     try:
         sb = c.sandbox
-        d = drive
-        before = footprint_state(sb)
-        driver = c.start(player_args=("--ignore-quit",))
-        confirm(driver)
-        driver.wait_for_title(d.WAITING, 60)
+        before, driver = wait_for_stubborn_tavio(c)
         check(drive.close_window(sb.display, handled=False) >= 1, "no window to close")
         status = sb.wait_program(30)
         check(status is not None, "the program did not quit while waiting for Tavio")
