@@ -11,7 +11,8 @@ engine::UninstallEngine makeSystemEngine(const target::UninstallContext& context
     using platform::PreferencesHost;
     return engine::UninstallEngine{
         context,
-        std::make_shared<platform::WorkspaceProcessControl>(context.bundleIdentifier),
+        std::make_shared<platform::WorkspaceProcessControl>(context.bundleIdentifier,
+                                                            context.applicationDirectories),
         std::make_shared<platform::FilePreferencesAccess>(
             context.homeDirectory,
             std::vector<PreferencesHost>{PreferencesHost::anyHost, PreferencesHost::currentHost},

@@ -1,14 +1,19 @@
 #pragma once
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <limits>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 // The system calls the program makes on files and folders, in one place.
 //
@@ -120,6 +125,45 @@ inline bool readAll(int fd,
 
 inline ssize_t write(int fd, const void* buffer, size_t size) {
     return retryingInterrupted([&] { return ::write(fd, buffer, size); });
+}
+
+// The names in the open folder `folderFD` but "." and "..", sorted, read
+// from its start through a descriptor of its own (`folderFD` is neither
+// closed nor moved). Nothing, with errno set, when it cannot be listed to
+// its end.
+inline std::optional<std::vector<std::string>> namesIn(int folderFD) {
+    const int copy = duplicate(folderFD);
+    if (copy < 0) {
+        return std::nullopt;
+    }
+    DIR* folder = ::fdopendir(copy);
+    if (folder == nullptr) {
+        const int error = errno;
+        (void)::close(copy);
+        errno = error;
+        return std::nullopt;
+    }
+    ::rewinddir(folder);  // the copy shares the original's position
+    std::vector<std::string> names;
+    for (;;) {
+        errno = 0;
+        const dirent* entry = ::readdir(folder);
+        if (entry == nullptr) {
+            break;
+        }
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..") {
+            names.emplace_back(name);
+        }
+    }
+    const int error = errno;
+    (void)::closedir(folder);  // closes the copy
+    if (error != 0) {
+        errno = error;
+        return std::nullopt;
+    }
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 inline ssize_t getrandom(void* buffer, size_t size, unsigned int flags) {

@@ -3,14 +3,15 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <map>
+#include <algorithm>
+#include <set>
 
 #include "base/SystemCalls.h"
 #include "base/UniqueFd.h"
 #include "platform/WorkspaceProcessControl.h"
+#include "platform/linux/HiddenProcess.h"
 #include "platform/linux/ProcessTable.h"
-#include "target/PropertyList.h"
+#include "target/UninstallContext.h"
 
 namespace platform {
 namespace {
@@ -27,86 +28,26 @@ bool sendThroughPidfd(int pidfd, int signal) {
     return ::syscall(SYS_pidfd_send_signal, pidfd, signal, nullptr, 0U) == 0;
 }
 
-std::string parentOf(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string::npos || slash == 0 ? std::string() : path.substr(0, slash);
-}
-
-std::string nameOf(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
-// The bundle that holds an executable at <bundle>.app/Contents/MacOS/<exe>,
-// or nothing when the executable lies anywhere else.
-std::optional<std::string> enclosingBundle(const std::string& executable) {
-    const std::string macOS = parentOf(executable);
-    const std::string contents = parentOf(macOS);
-    const std::string bundle = parentOf(contents);
-    const std::string bundleName = nameOf(bundle);
-    if (nameOf(macOS) != "MacOS" || nameOf(contents) != "Contents" || bundleName.size() <= 4 ||
-        !bundleName.ends_with(".app")) {
-        return std::nullopt;
-    }
-    return bundle;
-}
-
-// Whether the bundle's Info.plist names `identifier`: yes, no, or nothing
-// known. Only a bundle that is plainly something else says no: its path
-// leads through a file or a link, or its Info.plist is not a regular file,
-// is too large or is not a property list. A bundle or Info.plist that is
-// missing says nothing: the program may run from a bundle that was moved or
-// deleted since it started, and it may be Tavio. The bundle path comes from
-// the kernel and holds no links; its last two levels are still opened
-// without following any, like every other read of the user's files.
-enum class Declares { yes, no, unknown };
-
-Declares declarationOf(int error) {
-    return error == ENOTDIR || error == ELOOP ? Declares::no : Declares::unknown;
-}
-
-Declares declarationOf(target::PropertyList::ReadFailure failure) {
-    using ReadFailure = target::PropertyList::ReadFailure;
-    switch (failure) {
-        case ReadFailure::notARegularFile:
-        case ReadFailure::tooLarge:
-        case ReadFailure::malformed:
-            return Declares::no;
-        case ReadFailure::missing:
-        case ReadFailure::unreadable:
-            return Declares::unknown;
-    }
-    return Declares::unknown;
-}
-
-Declares declaresIdentifier(const std::string& bundle, const std::string& identifier) {
-    UniqueFd bundleFD(sys::open(bundle.c_str(), sys::kFolderFlags));
-    if (!bundleFD) {
-        return declarationOf(errno);
-    }
-    UniqueFd contentsFD(sys::openFolderAt(bundleFD.get(), "Contents"));
-    if (!contentsFD) {
-        return declarationOf(errno);
-    }
-    const auto read = target::PropertyList::readAt(contentsFD.get(), "Info.plist");
-    if (const auto* failure = std::get_if<target::PropertyList::ReadFailure>(&read)) {
-        return declarationOf(*failure);
-    }
-    const auto declared = std::get<target::PropertyList>(read).stringValue("CFBundleIdentifier");
-    return declared && *declared == identifier ? Declares::yes : Declares::no;
+// The name a bundle "Tavio.app" conventionally gives its executable.
+std::string conventionalExecutableName() {
+    const std::string& app = target::UninstallContext::appName();
+    return app.ends_with(".app") ? app.substr(0, app.size() - 4) : app;
 }
 
 }  // namespace
 
+// A process whose executable the kernel shows is judged by the bundle around
+// that executable; one whose executable is hidden, afterwards, by what it says
+// of itself, against the names that the bundles seen meanwhile give.
 WorkspaceProcessControl::Look WorkspaceProcessControl::look() const {
     Look look;
-    std::map<std::string, Declares> bundles;  // each bundle is read once per call
+    BundleDeclarations bundles(bundleIdentifier);
+    std::vector<ProcessInstance> hidden;
     const uid_t user = ::getuid();
-    const pid_t self = ::getpid();
     const OwnedProcesses owned = processesOwnedBy(user);
     look.complete = owned.complete;
     for (const pid_t pid : owned.pids) {
-        if (pid == self) {
+        if (pid == ::getpid()) {
             continue;
         }
         auto described = describeProcess(pid, user);
@@ -115,21 +56,42 @@ WorkspaceProcessControl::Look WorkspaceProcessControl::look() const {
             continue;
         }
         auto& instance = std::get<ProcessInstance>(described);
-        const auto bundle = enclosingBundle(instance.executable);
-        if (!bundle) {
+        if (instance.executableHidden()) {
+            hidden.push_back(std::move(instance));
             continue;
         }
-        auto [entry, inserted] = bundles.try_emplace(*bundle, Declares::no);
-        if (inserted) {
-            entry->second = declaresIdentifier(*bundle, bundleIdentifier);
-        }
-        if (entry->second == Declares::yes) {
+        const auto bundle = enclosingBundle(instance.executable);
+        const Declares declares = bundle ? bundles.of(*bundle) : Declares::no;
+        look.complete = look.complete && declares != Declares::unknown;
+        if (declares == Declares::yes) {
             look.instances.push_back(std::move(instance));
-        } else if (entry->second == Declares::unknown) {
-            look.complete = false;
         }
     }
+    judgeHidden(hidden, bundles, look);
     return look;
+}
+
+void WorkspaceProcessControl::judgeHidden(std::vector<ProcessInstance>& hidden,
+                                          BundleDeclarations& bundles,
+                                          Look& look) const {
+    if (hidden.empty()) {
+        return;  // the application folders are read only when needed
+    }
+    std::set<std::string> known{conventionalExecutableName()};
+    for (const ProcessInstance& instance : look.instances) {
+        known.insert(lastComponent(instance.executable));
+    }
+    const ProductExecutableNames names =
+        productExecutableNames(applicationDirectories, std::move(known), bundles);
+    for (ProcessInstance& instance : hidden) {
+        const Verdict verdict = judgeHiddenProcess(instance, names, bundles);
+        look.complete = look.complete && verdict != Verdict::unknown;
+        if (verdict == Verdict::product) {
+            look.instances.push_back(std::move(instance));
+        }
+    }
+    std::sort(look.instances.begin(), look.instances.end(),
+              [](const ProcessInstance& a, const ProcessInstance& b) { return a.pid < b.pid; });
 }
 
 std::vector<ProcessInstance> WorkspaceProcessControl::runningInstances() const {

@@ -1,5 +1,7 @@
 #include "target/InventoryBuilder.h"
 
+#include <algorithm>
+
 #include "base/Text.h"
 #include "removal/SafeRemover.h"
 #include "target/Paths.h"
@@ -86,7 +88,8 @@ std::vector<InventoryItem> InventoryBuilder::treeItems() const {
 std::vector<InventoryItem> InventoryBuilder::appItems() const {
     std::vector<InventoryItem> items;
     for (const std::string& directory : context.applicationDirectories) {
-        if (auto item = appItem(directory)) {
+        auto item = appItem(directory);
+        if (item && !reachedBefore(*item, items)) {
             items.push_back(std::move(*item));
         }
     }
@@ -98,6 +101,20 @@ std::vector<InventoryItem> InventoryBuilder::appItems() const {
                          displayPath(path, context.homeDirectory), ItemState::absent()});
     }
     return items;
+}
+
+// Whether `item` is a copy already listed: the same path, or the same
+// verified folder reached through another path (an application folder
+// mounted at a second place). One copy is one row, removed once.
+bool InventoryBuilder::reachedBefore(const InventoryItem& item,
+                                     const std::vector<InventoryItem>& listed) {
+    const auto identityOf = [](const InventoryItem& each) {
+        return std::get<ItemTarget::AppBundle>(each.target.value).identity;
+    };
+    const auto identity = identityOf(item);
+    return std::any_of(listed.begin(), listed.end(), [&](const InventoryItem& each) {
+        return each.id == item.id || (identity && identityOf(each) == identity);
+    });
 }
 
 // The app in `directory`, when something of its name is there: present only

@@ -35,6 +35,7 @@ struct InventoryBuilder {
     std::vector<InventoryItem> treeItems() const;
     std::vector<InventoryItem> appItems() const;
     std::optional<InventoryItem> appItem(const std::string& directory) const;
+    static bool reachedBefore(const InventoryItem& item, const std::vector<InventoryItem>& listed);
 };
 
 }  // namespace target

@@ -64,10 +64,12 @@ UninstallContext UninstallContext::make(uid_t userID,
     context.userID = userID;
     context.userName = account.userName;
     context.bundleIdentifier = std::move(bundleIdentifier);
-    context.applicationDirectories = {
-        std::string(kApplications),
-        appendingPathComponent(context.homeDirectory, "Applications"),
-    };
+    // A home of "/" has the system's folder as its own: one folder, one row.
+    context.applicationDirectories = {std::string(kApplications)};
+    const std::string own = appendingPathComponent(context.homeDirectory, "Applications");
+    if (own != context.applicationDirectories.front()) {
+        context.applicationDirectories.push_back(own);
+    }
     return context;
 }
 

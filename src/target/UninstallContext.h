@@ -34,7 +34,8 @@ struct UninstallContext {
     std::string userName;
     std::string bundleIdentifier;
     // Where copies of the app are looked for, in search order: "/Applications"
-    // and the user's own "~/Applications".
+    // and the user's own "~/Applications", each once (a home of "/" has only
+    // the first).
     std::vector<std::string> applicationDirectories;
 
     bool operator==(const UninstallContext&) const = default;

@@ -7,11 +7,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <set>
 #include <thread>
 
 #include "Canaries.h"
 #include "ChildProcess.h"
+#include "FakeAdapters.h"
 #include "Footprint.h"
 #include "SpawnedProcess.h"
 #include "TempDir.h"
@@ -266,6 +269,60 @@ TEST_F(EngineLinuxTest, FileTheUserMayNotDeleteIsTheOnlyThingThatRemains) {
     EXPECT_FALSE(exists(home() + "/Library/Caches/" + kId));
     EXPECT_FALSE(exists(apps() + "/Tavio.app"));
     expectCanariesIntact();
+}
+
+// An account whose home is the root folder: its own Applications folder is
+// the system's. The footprint is planted in a folder that becomes the root
+// of a child's view (chroot, in a user and mount namespace of its own), so
+// the copy is found at /Applications once, and removed once.
+TEST_F(EngineLinuxTest, HomeThatIsTheRootFolderGivesOneRowPerFolderAndRemovalCompletes) {
+    const std::string root = temp_ / "root";
+    footprint::FootprintOptions options;
+    options.home = root;
+    options.applications = root + "/Applications";
+    options.playerPath = TAVIO_PLAYER_PATH;
+    options.hostID = kHostID;
+    options.identifier = kId;
+    options.appSizeMB = 1;
+    ASSERT_TRUE(
+        std::holds_alternative<footprint::PlantedFootprint>(footprint::plantFootprint(options)));
+    const auto answer = runInChild([&]() -> std::string {
+        if (const std::string why = enterPrivateMountNamespace(); !why.empty()) {
+            return why;
+        }
+        if (::chroot(root.c_str()) != 0 || ::chdir("/") != 0) {
+            return "cannot change the root folder";
+        }
+        const auto context = target::UninstallContext::make(::getuid(), {"/", "root"}, kId);
+        const UninstallEngine e{
+            context,
+            std::make_shared<FakeProcesses>(),
+            std::make_shared<platform::FilePreferencesAccess>(
+                "/", std::vector<platform::PreferencesHost>{platform::PreferencesHost::anyHost},
+                kHostID, ::getuid()),
+            std::make_shared<platform::InstalledAppVerifier>(),
+            1s,
+            50ms};
+        const Inventory inventory = scan(e);
+        std::set<std::string> ids;
+        std::string text;
+        for (const auto& item : inventory.itemsIn(target::ItemCategory::app)) {
+            text += item.path + (item.state == ItemState::present() ? " present\n" : " other\n");
+        }
+        for (const auto& item : inventory.items) {
+            ids.insert(item.id);
+        }
+        text += ids.size() == inventory.items.size() ? "ids unique\n" : "ids repeated\n";
+        const UninstallReport report = e.run(inventory, [](const UninstallEvent&) {});
+        text += report.outcome == UninstallOutcome::completed ? "completed" : "not completed";
+        const auto rescan = scan(e).items;
+        const bool allGone = std::all_of(rescan.begin(), rescan.end(), [](const auto& item) {
+            return item.state == ItemState::absent();
+        });
+        return text + (allGone ? ", nothing left" : ", something left");
+    });
+    EXPECT_EQ(answer.value_or("child died"),
+              "/Applications/Tavio.app present\nids unique\ncompleted, nothing left");
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "ChildProcess.h"
 #include "FakeAdapters.h"
 #include "TempDir.h"
 #include "removal/RemovalReason.h"
@@ -203,6 +205,38 @@ TEST_F(InventoryBuilderTest, TwoVerifiedCopiesComeInTheOrderOfTheApplicationFold
     ASSERT_EQ(apps.size(), 2u);
     EXPECT_EQ(apps[0].path, systemApps() + "/Tavio.app");
     EXPECT_EQ(apps[1].path, home() + "/Applications/Tavio.app");
+}
+
+// One folder named twice (a home of "/" names /Applications as its own) is
+// one copy: one row, so that the run meets each item once.
+TEST_F(InventoryBuilderTest, TheSameApplicationFolderNamedTwiceGivesOneRow) {
+    makeBundle(systemApps());
+    context_.applicationDirectories = {systemApps(), systemApps()};
+    const auto apps = build().itemsIn(ItemCategory::app);
+    ASSERT_EQ(apps.size(), 1u);
+    EXPECT_EQ(apps[0].path, systemApps() + "/Tavio.app");
+}
+
+// The system's folder mounted again as the home's own: the copy is reached
+// through two paths, and is still one copy.
+TEST_F(InventoryBuilderTest, TheSameFolderMountedAtBothPlacesGivesOneRow) {
+    makeBundle(systemApps());
+    makeDirectories(home() + "/Applications");
+    const auto answer = runInChild([&]() -> std::string {
+        if (const std::string why = enterPrivateMountNamespace(); !why.empty()) {
+            return why;
+        }
+        if (::mount(systemApps().c_str(), (home() + "/Applications").c_str(), nullptr, MS_BIND,
+                    nullptr) != 0) {
+            return "cannot bind the folder";
+        }
+        std::string paths;
+        for (const InventoryItem& item : build().itemsIn(ItemCategory::app)) {
+            paths += item.path + (item.state == ItemState::present() ? " present;" : " other;");
+        }
+        return paths;
+    });
+    EXPECT_EQ(answer.value_or("child died"), systemApps() + "/Tavio.app present;");
 }
 
 TEST_F(InventoryBuilderTest, BundleThatIsALinkToAVerifiedFolderIsNotAnAppBundle) {

@@ -48,12 +48,13 @@ TEST(UninstallContextTest, AHomeWithATrailingSlashIsWrittenWithoutIt) {
     EXPECT_EQ(context.applicationDirectories[1], "/Users/alice/Applications");
 }
 
-TEST(UninstallContextTest, TheRootFolderAsHomeKeepsOneSlash) {
+// The home's own Applications folder is then the system's: it is looked in
+// once, so an installed copy gives one row.
+TEST(UninstallContextTest, TheRootFolderAsHomeKeepsOneSlashAndOneApplicationsFolder) {
     const UninstallContext context =
         UninstallContext::make(0, UserAccount{"/", "root"}, "io.tavio.Tavio");
     EXPECT_EQ(context.homeDirectory, "/");
-    EXPECT_EQ(context.applicationDirectories,
-              (std::vector<std::string>{"/Applications", "/Applications"}));
+    EXPECT_EQ(context.applicationDirectories, (std::vector<std::string>{"/Applications"}));
 }
 
 TEST(UninstallContextTest, AKnownUserComesFromTheDatabaseWhateverTheEnvironmentSays) {

@@ -5,7 +5,7 @@
 // of a Tavio.app bundle.
 //
 //   tavio-player [--quit-delay-ms N] [--ignore-quit] [--ready-file PATH]
-//                [--exit-with-parent]
+//                [--exit-with-parent] [--undumpable]
 //
 // On standard output it reports, one line each:
 //   "ready"  once it is waiting for signals;
@@ -16,7 +16,8 @@
 // --ready-file writes "ready\n" to PATH (atomically, through a rename) for
 // callers that cannot read the output. --exit-with-parent makes the kernel
 // kill the player when the process that started it dies, so that a crashed
-// test leaves nothing running.
+// test leaves nothing running. --undumpable makes it hide its executable from
+// its own user, as ssh-agent and gpg-agent do (PR_SET_DUMPABLE 0).
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -36,6 +37,7 @@ struct Options {
     long quitDelayMs = 200;
     bool ignoreQuit = false;
     bool exitWithParent = false;
+    bool undumpable = false;
     std::string readyFile;
 };
 
@@ -43,7 +45,7 @@ struct Options {
     std::fprintf(stderr, "tavio-player: %s\n", message);
     std::fprintf(stderr,
                  "usage: tavio-player [--quit-delay-ms N] [--ignore-quit] [--ready-file PATH] "
-                 "[--exit-with-parent]\n");
+                 "[--exit-with-parent] [--undumpable]\n");
     std::exit(2);
 }
 
@@ -65,6 +67,8 @@ Options parseOptions(int argc, char** argv) {
             options.ignoreQuit = true;
         } else if (arg == "--exit-with-parent") {
             options.exitWithParent = true;
+        } else if (arg == "--undumpable") {
+            options.undumpable = true;
         } else if (arg == "--quit-delay-ms" && i + 1 < argc) {
             const auto delay = parseMilliseconds(argv[++i]);
             if (!delay) {
@@ -135,6 +139,9 @@ int main(int argc, char** argv) {
     const Options options = parseOptions(argc, argv);
     if (options.exitWithParent) {
         (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    }
+    if (options.undumpable && ::prctl(PR_SET_DUMPABLE, 0) != 0) {
+        return 1;
     }
     // Both signals are taken synchronously, so nothing runs in a handler.
     sigset_t set;

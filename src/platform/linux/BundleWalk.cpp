@@ -18,30 +18,6 @@ namespace {
 constexpr int kLinkHopLimit = 40;
 constexpr std::string_view kContents = "Contents";
 
-// The names in an open folder, sorted; nothing when it cannot be listed.
-std::optional<std::vector<std::string>> namesIn(int folderFD) {
-    const int copy = sys::duplicate(folderFD);
-    if (copy < 0) {
-        return std::nullopt;
-    }
-    DIR* folder = ::fdopendir(copy);
-    if (folder == nullptr) {
-        (void)::close(copy);
-        return std::nullopt;
-    }
-    ::rewinddir(folder);
-    std::vector<std::string> names;
-    while (const dirent* entry = ::readdir(folder)) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..") {
-            names.push_back(name);
-        }
-    }
-    (void)::closedir(folder);  // closes the copy
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 std::optional<std::string> linkTargetOf(int folderFD, const std::string& name, off_t size) {
     std::string target(static_cast<std::size_t>(std::max<off_t>(size, 0)) + 1, '\0');
     const ssize_t length = ::readlinkat(folderFD, name.c_str(), target.data(), target.size());
@@ -84,7 +60,7 @@ bool walkFolder(int folderFD,
                 int depth,
                 const Visitor& visit,
                 BundleEntries& entries) {
-    const auto names = namesIn(folderFD);
+    const auto names = sys::namesIn(folderFD);
     if (!names) {
         return false;
     }
@@ -218,7 +194,7 @@ bool BundleWalk::walk(int contentsFD,
 }
 
 bool BundleWalk::holdsOnly(int folderFD, const std::string& expected) {
-    const auto names = namesIn(folderFD);
+    const auto names = sys::namesIn(folderFD);
     return names && names->size() == 1 && names->front() == expected;
 }
 

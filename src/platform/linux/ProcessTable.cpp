@@ -2,14 +2,17 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
+#include <limits>
 #include <string>
 #include <string_view>
 
@@ -43,13 +46,18 @@ LookFailure failureFor(pid_t pid, int error) {
                                                  : LookFailure::unknown;
 }
 
-std::variant<std::string, LookFailure> readSmallFile(pid_t pid, int directoryFD, const char* name) {
+// At most a little over `limit` bytes of the file are read.
+std::variant<std::string, LookFailure> readSmallFile(
+    pid_t pid,
+    int directoryFD,
+    const char* name,
+    std::size_t limit = std::numeric_limits<std::size_t>::max()) {
     UniqueFd fd(sys::openFileAt(directoryFD, name));
     if (!fd) {
         return failureFor(pid, errno);
     }
     std::string content;
-    if (!sys::readAll(fd.get(), content)) {
+    if (!sys::readAll(fd.get(), content, limit)) {
         return failureFor(pid, errno);
     }
     return content;
@@ -118,16 +126,16 @@ bool hasTerminated(const StatLine& line) {
            (line.flags & kExiting) != 0;
 }
 
-// A path longer than a page cannot be an app bundle's. Only root can be
-// refused a process of its own: it sees every undumpable process as its own
-// (the kernel hands their entries to root), and in a container the init of
-// a user namespace above its own, whose executable it may not read. For any
-// other user a refusal is a failed look.
-std::variant<std::string, LookFailure> readExecutableLink(pid_t pid, int processFD, uid_t owner) {
+// The target of /proc/<pid>/exe; an empty string when the kernel hides it
+// from this user (EACCES or EPERM: see ProcessInstance::executableHidden()),
+// root included, whom it refuses the executable of a process in a user
+// namespace above its own. A path longer than a page cannot be an app
+// bundle's.
+std::variant<std::string, LookFailure> readExecutableLink(pid_t pid, int processFD) {
     std::string target(4096, '\0');
     const ssize_t n = ::readlinkat(processFD, "exe", target.data(), target.size());
-    if (n < 0 && owner == 0 && (errno == EACCES || errno == EPERM)) {
-        return LookFailure::notAProcessOfOurs;
+    if (n < 0 && (errno == EACCES || errno == EPERM)) {
+        return std::string();
     }
     if (n < 0) {
         return failureFor(pid, errno);
@@ -137,6 +145,48 @@ std::variant<std::string, LookFailure> readExecutableLink(pid_t pid, int process
     }
     target.resize(static_cast<std::size_t>(n));
     return target;
+}
+
+// The command name of a stat line: between the first "(" and the last ")",
+// since the name itself may hold either.
+std::string commandNameOf(const std::string& statText) {
+    const std::size_t open = statText.find('(');
+    const std::size_t close = statText.rfind(')');
+    if (open == std::string::npos || close == std::string::npos || close < open) {
+        return std::string();
+    }
+    return statText.substr(open + 1, close - open - 1);
+}
+
+// What a process whose executable is hidden says of itself. The command line
+// is readable whatever the process's ids; only its first word is kept. A
+// first word longer than a path can be is no path and no name the kernel
+// kept, and so says nothing: the look fails.
+std::optional<LookFailure> describeHidden(ProcessInstance& instance,
+                                          int processFD,
+                                          const std::string& statText) {
+    constexpr std::size_t kLongestPath = 4096;
+    auto commandLine = readSmallFile(instance.pid, processFD, "cmdline", kLongestPath);
+    if (const auto* failure = std::get_if<LookFailure>(&commandLine)) {
+        return *failure;
+    }
+    const std::string& words = std::get<std::string>(commandLine);
+    const std::size_t end = words.find('\0');
+    if (end == std::string::npos && words.size() > kLongestPath) {
+        return LookFailure::unknown;
+    }
+    instance.firstArgument = words.substr(0, end);
+    instance.commandName = commandNameOf(statText);
+    return std::nullopt;
+}
+
+// Whether the folder is the kernel's process table of our own process-id
+// namespace. Anything else at /proc (nothing mounted there, a copy, the table
+// of another namespace) would list too little, and a look that sees nothing
+// must never read as "Tavio is not running".
+bool isOurProcessTable(int folderFD, bool listedOurselves) {
+    struct statfs fs {};
+    return listedOurselves && ::fstatfs(folderFD, &fs) == 0 && fs.f_type == PROC_SUPER_MAGIC;
 }
 
 }  // namespace
@@ -149,6 +199,8 @@ OwnedProcesses processesOwnedBy(uid_t owner) {
         owned.complete = false;
         return owned;
     }
+    const pid_t self = ::getpid();
+    bool listedOurselves = false;
     for (;;) {
         errno = 0;
         const dirent* entry = ::readdir(directory);
@@ -160,6 +212,7 @@ OwnedProcesses processesOwnedBy(uid_t owner) {
         if (!pid) {
             continue;
         }
+        listedOurselves = listedOurselves || *pid == self;
         struct stat st {};
         if (sys::statAt(::dirfd(directory), entry->d_name, st) != 0) {
             owned.complete = owned.complete && failureFor(*pid, errno) != LookFailure::unknown;
@@ -167,6 +220,7 @@ OwnedProcesses processesOwnedBy(uid_t owner) {
             owned.pids.push_back(*pid);
         }
     }
+    owned.complete = owned.complete && isOurProcessTable(::dirfd(directory), listedOurselves);
     (void)::closedir(directory);
     std::sort(owned.pids.begin(), owned.pids.end());
     return owned;
@@ -185,11 +239,12 @@ std::variant<ProcessInstance, LookFailure> describeProcess(pid_t pid, uid_t owne
     if (st.st_uid != owner) {
         return LookFailure::notAProcessOfOurs;
     }
-    auto statText = readSmallFile(pid, processFD.get(), "stat");
-    if (const auto* failure = std::get_if<LookFailure>(&statText)) {
+    const auto statRead = readSmallFile(pid, processFD.get(), "stat");
+    if (const auto* failure = std::get_if<LookFailure>(&statRead)) {
         return *failure;
     }
-    const auto statLine = parseStat(std::get<std::string>(statText));
+    const std::string& statText = std::get<std::string>(statRead);
+    const auto statLine = parseStat(statText);
     if (!statLine) {
         return LookFailure::unknown;  // the kernel's own format, unreadable
     }
@@ -197,16 +252,27 @@ std::variant<ProcessInstance, LookFailure> describeProcess(pid_t pid, uid_t owne
     if (hasTerminated(*statLine) || (statLine->flags & kKernelThread) != 0) {
         return LookFailure::notAProcessOfOurs;
     }
-    auto executable = readExecutableLink(pid, processFD.get(), owner);
+    auto executable = readExecutableLink(pid, processFD.get());
     if (const auto* failure = std::get_if<LookFailure>(&executable)) {
         return *failure;
+    }
+    ProcessInstance instance;
+    instance.pid = pid;
+    instance.startTime = statLine->startTime;
+    if (std::get<std::string>(executable).empty()) {
+        if (const auto failure = describeHidden(instance, processFD.get(), statText)) {
+            return *failure;
+        }
+        return instance;
     }
     struct stat executableStat {};
     if (sys::statAt(processFD.get(), "exe", executableStat, /*flags=*/0) != 0) {
         return failureFor(pid, errno);
     }
-    return ProcessInstance{pid, statLine->startTime, std::move(std::get<std::string>(executable)),
-                           executableStat.st_dev, executableStat.st_ino};
+    instance.executable = std::move(std::get<std::string>(executable));
+    instance.executableDevice = executableStat.st_dev;
+    instance.executableInode = executableStat.st_ino;
+    return instance;
 }
 
 }  // namespace platform
