@@ -18,6 +18,9 @@ packages=(
   # tests of the real window, its accessibility tree and the sandboxed demo
   xvfb xauth dbus dbus-x11 at-spi2-core gir1.2-atspi-2.0 python3-gi
   bubblewrap util-linux strace procps
+  # the agents that every desktop session runs, which hide their executables
+  # from their own user: the process check must not take them for Tavio
+  openssh-client gpg-agent
   # screenshots of the virtual display (xwd, netpbm), its clipboard (xclip)
   # and its keyboard (xdotool)
   x11-apps netpbm xclip xdotool

@@ -460,15 +460,22 @@ class Sandbox:
         return env
 
     def start_program(self, player=True, player_args=(), program=None, extra_binds=(),
-                      stdout=None, stderr=None, environment=None):
+                      stdout=None, stderr=None, environment=None, agents=False):
         """Starts, inside the sandbox, the Tavio player from its bundle (so that
         the program finds it running, as a child that dies with it) and then
-        the uninstaller. `program` is the uninstaller's path as seen inside
+        the uninstaller. With `agents`, ssh-agent and gpg-agent run beside
+        them first, as a desktop session starts them (each makes itself
+        undumpable, and ssh-agent runs set-group-id: an ordinary user cannot
+        look at their executables). `program` is the uninstaller's path as seen inside
         (the build folder is visible read-only at its own path);
         `environment` replaces program_environment(). Returns the bubblewrap
         process."""
         program = program or self.program
         script = "set -e\n"
+        if agents:
+            script += ('mkdir -m 700 /tmp/.gnupg\n'
+                       'ssh-agent -a /tmp/.ssh-agent.sock >/dev/null\n'
+                       'gpg-agent --homedir /tmp/.gnupg --daemon >/dev/null 2>&1\n')
         if player:
             script += ('rm -f /tmp/.player-ready\n'
                        '"$1" --exit-with-parent --ready-file /tmp/.player-ready %s '

@@ -234,10 +234,15 @@ int runProgram(QGuiApplication& application) {
     markStartup("translations");
 
     // A second start ends here, before it has looked at a single file.
-    SingleInstance instance(SingleInstance::defaultFolder());
-    if (!instance.acquire()) {
+    SingleInstance instance(SingleInstance::defaultFolders());
+    const SingleInstance::Outcome lock = instance.acquire();
+    if (lock == SingleInstance::Outcome::heldByAnotherCopy) {
         (void)activateRunningCopy();
         return 0;
+    }
+    if (lock == SingleInstance::Outcome::unguarded) {
+        qWarning("uninstall-tavio: running without the guard against a second copy: %s",
+                 qPrintable(instance.problem()));
     }
     const target::UninstallContext context = target::UninstallContext::current();
     return runWindow(application, makeSystemEngine(context));

@@ -69,7 +69,9 @@ std::vector<std::string> programEnvironment(const Launch& launch, const std::str
     }
     env.push_back("HOME=" + launch.home);
     env.push_back("TMPDIR=" + launch.temporary);
-    env.push_back("XDG_RUNTIME_DIR=" + launch.scratch + "/runtime");
+    if (launch.runtimeFolder) {
+        env.push_back("XDG_RUNTIME_DIR=" + launch.scratch + "/runtime");
+    }
     if (display.empty()) {
         env.push_back("QT_QPA_PLATFORM=offscreen");
     } else {

@@ -22,6 +22,9 @@ struct Launch {
     std::string home;
     std::string temporary;  // TMPDIR
     std::string scratch;    // for the user database copy and the runtime folder
+    // Whether $XDG_RUNTIME_DIR names a private folder (scratch/runtime), as a
+    // desktop session's does, or is unset, as under su or in a container.
+    bool runtimeFolder = true;
     int signal = SIGTERM;
     bool onXServer = false;  // a real window on Xvfb instead of the offscreen platform
     // When set, the program runs under strace, which logs there every file

@@ -31,7 +31,7 @@ SKIP = 77
 # Checked before any case runs: without one of these a case cannot work, and
 # scripts/setup.sh installs them all.
 TOOLS = ("bwrap", "Xvfb", "dbus-daemon", "xclip", "setpriv", "chattr", "xdotool",
-         "weston", "sway", "wtype", "wl-paste")
+         "weston", "sway", "wtype", "wl-paste", "ssh-agent", "gpg-agent")
 
 
 # Every case by the name CTest gives it: the module of its subject, the
@@ -44,6 +44,7 @@ CASES = {
     "permission_denied": ("road_cases", "case_permission_denied", {}),
     "permission_denied_as_user": ("road_cases", "case_permission_denied_as_user", {}),
     "tampered_app": ("road_cases", "case_tampered_app", {}),
+    "desktop_agents": ("road_cases", "case_desktop_agents", {}),
     "removal_refuses_close": ("held_removal_cases", "case_removal_refuses_close", {}),
     "removal_defers_sigterm": ("held_removal_cases", "case_removal_defers_sigterm", {}),
     "waiting_allows_quit": ("road_cases", "case_waiting_allows_quit", {}),

@@ -100,6 +100,10 @@ class Case:
     def player_pids(self):
         """The Tavio players alive in the sandbox (a player that has quit stays
         a zombie until the program, its parent after the exec, ends)."""
+        return self.pids_named("Tavio")
+
+    def pids_named(self, wanted):
+        """The live processes of the sandbox with this command name."""
         found = []
         for entry in os.listdir("/proc"):
             if not entry.isdigit() or not self.sandbox._descends_from(
@@ -112,7 +116,7 @@ class Case:
                 continue
             name = text[text.index("(") + 1:text.rindex(")")]
             state = text.rsplit(")", 1)[1].split()[0]
-            if name == "Tavio" and state not in ("Z", "X"):
+            if name == wanted and state not in ("Z", "X"):
                 found.append(int(entry))
         return found
 

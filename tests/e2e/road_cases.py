@@ -49,6 +49,40 @@ def case_full_road(args, compositor=None):
         c.close()
 
 
+def case_desktop_agents(args):
+    """On an ordinary desktop session, with ssh-agent and gpg-agent running
+    beside the program as the same unprivileged user (neither lets its user
+    look at its executable) and no Tavio running, the run goes from the
+    confirmation straight to its end: it never waits for Tavio, everything is
+    removed, and the agents are left running."""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        d = drive
+        sb.run_as(NOBODY)
+        sb.hand_over()
+        driver = c.start(player=False, agents=True)
+        check(c.pids_named("ssh-agent") and c.pids_named("gpg-agent"),
+              "the agents are not running in the sandbox")
+        confirm(driver)
+        seen = set()
+
+        def ended(screen):
+            seen.update(screen.titles)
+            return any(t in screen.titles for t in (d.COMPLETED, d.INCOMPLETE, d.QUIT_FAILED))
+        done = driver.wait(ended, 120, "the end of the run")
+        check(d.WAITING not in seen, "the window waited for Tavio to quit")
+        check(done.title == d.COMPLETED, "the run did not complete:\n" + done.dump())
+        left = sb.remaining_planted()
+        check(not left, "footprint items still there: %s" % left)
+        check(c.pids_named("ssh-agent") and c.pids_named("gpg-agent"),
+              "an agent was stopped")
+        passed, output = sb.check_canaries()
+        check(passed, "canaries: " + output)
+    finally:
+        c.close()
+
+
 def wait_for_stubborn_tavio(c):
     """Starts the program beside a Tavio that ignores requests to quit and
     confirms the uninstall. Returns the footprint as it was before, and the
