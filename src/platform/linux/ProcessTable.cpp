@@ -226,6 +226,38 @@ OwnedProcesses processesOwnedBy(uid_t owner) {
     return owned;
 }
 
+namespace {
+
+// The program a live process of ours runs, read through its /proc folder.
+std::variant<ProcessInstance, LookFailure> describeProgram(pid_t pid,
+                                                           int processFD,
+                                                           const StatLine& statLine,
+                                                           const std::string& statText) {
+    auto executable = readExecutableLink(pid, processFD);
+    if (const auto* failure = std::get_if<LookFailure>(&executable)) {
+        return *failure;
+    }
+    ProcessInstance instance;
+    instance.pid = pid;
+    instance.startTime = statLine.startTime;
+    if (std::get<std::string>(executable).empty()) {
+        if (const auto failure = describeHidden(instance, processFD, statText)) {
+            return *failure;
+        }
+        return instance;
+    }
+    struct stat executableStat {};
+    if (sys::statAt(processFD, "exe", executableStat, /*flags=*/0) != 0) {
+        return failureFor(pid, errno);
+    }
+    instance.executable = std::move(std::get<std::string>(executable));
+    instance.executableDevice = executableStat.st_dev;
+    instance.executableInode = executableStat.st_ino;
+    return instance;
+}
+
+}  // namespace
+
 std::variant<ProcessInstance, LookFailure> describeProcess(pid_t pid, uid_t owner) {
     const std::string path = "/proc/" + std::to_string(pid);
     UniqueFd processFD(sys::open(path.c_str(), sys::kFolderFlags));
@@ -252,27 +284,7 @@ std::variant<ProcessInstance, LookFailure> describeProcess(pid_t pid, uid_t owne
     if (hasTerminated(*statLine) || (statLine->flags & kKernelThread) != 0) {
         return LookFailure::notAProcessOfOurs;
     }
-    auto executable = readExecutableLink(pid, processFD.get());
-    if (const auto* failure = std::get_if<LookFailure>(&executable)) {
-        return *failure;
-    }
-    ProcessInstance instance;
-    instance.pid = pid;
-    instance.startTime = statLine->startTime;
-    if (std::get<std::string>(executable).empty()) {
-        if (const auto failure = describeHidden(instance, processFD.get(), statText)) {
-            return *failure;
-        }
-        return instance;
-    }
-    struct stat executableStat {};
-    if (sys::statAt(processFD.get(), "exe", executableStat, /*flags=*/0) != 0) {
-        return failureFor(pid, errno);
-    }
-    instance.executable = std::move(std::get<std::string>(executable));
-    instance.executableDevice = executableStat.st_dev;
-    instance.executableInode = executableStat.st_ino;
-    return instance;
+    return describeProgram(pid, processFD.get(), *statLine, statText);
 }
 
 }  // namespace platform
