@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <pwd.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -354,6 +355,38 @@ std::string describeDifference(const Snapshot& before, const Snapshot& after) {
         }
     }
     return out;
+}
+
+std::string lockName(uid_t user) {
+    return "io.tavio.Tavio.Uninstaller-" + std::to_string(user) + ".lock";
+}
+
+// (Without a runtime folder, Qt makes one of its own in the temporary
+// folder, "runtime-<user>": not a lock, and not ours to judge.)
+std::vector<std::string> locksIn(const std::string& folder) {
+    std::vector<std::string> locks;
+    for (const std::string& name : testsupport::listNames(folder)) {
+        if (name.ends_with(".lock")) {
+            locks.push_back(name);
+        }
+    }
+    return locks;
+}
+
+ForeignLock::ForeignLock(const std::string& path) {
+    testsupport::writeFile(path, "");
+    if (::chown(path.c_str(), kAnotherUser, kAnotherUser) != 0 ||
+        ::chmod(path.c_str(), 0666) != 0) {
+        throw std::runtime_error("cannot give " + path + " to another user");
+    }
+    fd_ = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    if (fd_ < 0 || ::flock(fd_, LOCK_EX | LOCK_NB) != 0) {
+        throw std::runtime_error("cannot lock " + path);
+    }
+}
+
+ForeignLock::~ForeignLock() {
+    ::close(fd_);
 }
 
 }  // namespace programtest

@@ -7,6 +7,7 @@
 #include <map>
 #include <string>
 #include <tuple>
+#include <vector>
 
 // Starting the real program for a test, and looking at what it left behind.
 //
@@ -52,5 +53,25 @@ Snapshot snapshot(const std::string& root);
 
 // One line per added, removed or changed path; empty when nothing differs.
 std::string describeDifference(const Snapshot& before, const Snapshot& after);
+
+// The name of the program's single-instance lock file for `user`, and the
+// lock files among the names in `folder`.
+std::string lockName(uid_t user);
+std::vector<std::string> locksIn(const std::string& folder);
+
+// A file of another user (kAnotherUser) at `path`, which anyone may open,
+// locked by this process for as long as the object lives: what a hostile
+// user could leave in a shared temporary folder. Needs root.
+inline constexpr uid_t kAnotherUser = 54321;
+class ForeignLock {
+  public:
+    explicit ForeignLock(const std::string& path);
+    ~ForeignLock();
+    ForeignLock(const ForeignLock&) = delete;
+    ForeignLock& operator=(const ForeignLock&) = delete;
+
+  private:
+    int fd_ = -1;
+};
 
 }  // namespace programtest

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <string>
@@ -31,6 +32,8 @@ class ProgramTest : public ::testing::Test {
         testsupport::makeDirectories(temp_ / "home");
         testsupport::makeDirectories(temp_ / "tmp");
         testsupport::makeDirectories(temp_ / "scratch");
+        // A temporary folder as every system has it: anyone may create in it.
+        ASSERT_EQ(::chmod((temp_ / "tmp").c_str(), 01777), 0);
     }
 
     Launch launch(std::string executable = kExecutable) const {
@@ -156,6 +159,42 @@ TEST_F(ProgramTest, TheTemporaryFolderIsComparedWithLinksResolved) {
     how.temporary = temp_ / "tmp-link";
     RUN_EXPECTING_CLEAN_EXIT(how);
     EXPECT_FALSE(testsupport::exists(folder));
+}
+
+// The single-instance lock: a normal end leaves none, in the runtime folder
+// or, without one, in the temporary folder.
+TEST_F(ProgramTest, LeavesNoLockBehindInTheRuntimeFolder) {
+    RUN_EXPECTING_CLEAN_EXIT(launch());
+    EXPECT_EQ(testsupport::listNames(temp_ / "scratch/runtime"), std::vector<std::string>{});
+}
+
+TEST_F(ProgramTest, LeavesNoLockBehindWithoutARuntimeFolder) {
+    Launch how = launch();
+    how.runtimeFolder = false;
+    RUN_EXPECTING_CLEAN_EXIT(how);
+    EXPECT_EQ(locksIn(temp_ / "tmp"), std::vector<std::string>{});
+    EXPECT_EQ(testsupport::listNames(temp_ / "home"), std::vector<std::string>{});
+}
+
+// Another user got there first and holds a lock on a file of the lock's
+// name in the temporary folder: the program still starts (its lock goes to
+// the home folder instead), and leaves the other file as it found it. The
+// program runs as root of its own user namespace, named by the id 0 there.
+TEST_F(ProgramTest, AnotherUsersFileAtTheLockPlaceDoesNotKeepItFromStarting) {
+    if (::getuid() != 0) {
+        GTEST_SKIP() << "needs root to make a file of another user";
+    }
+    const std::string foreign = temp_ / ("tmp/" + lockName(0));
+    const ForeignLock held(foreign);
+    Launch how = launch();
+    how.runtimeFolder = false;
+    RUN_EXPECTING_CLEAN_EXIT(how);
+    EXPECT_EQ(locksIn(temp_ / "tmp"), std::vector<std::string>{lockName(0)});
+    struct stat st {};
+    ASSERT_EQ(::stat(foreign.c_str(), &st), 0);
+    EXPECT_EQ(st.st_uid, kAnotherUser);
+    EXPECT_EQ(st.st_size, 0);
+    EXPECT_EQ(testsupport::listNames(temp_ / "home"), std::vector<std::string>{});
 }
 
 }  // namespace

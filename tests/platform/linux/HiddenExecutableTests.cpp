@@ -69,7 +69,7 @@ class HiddenExecutableTest : public testsupport::ProcessFixture {
     }
 
     // Runs `body` in a child that has given the test's folder to the user;
-    // `body` starts what it needs as root and then calls becomeUser(). The
+    // `body` starts what it needs as root and then becomes the user. The
     // child ends, and what it started with it, before the answer is
     // returned.
     std::string asUser(const std::function<std::string()>& body) {
@@ -109,6 +109,37 @@ class HiddenExecutableTest : public testsupport::ProcessFixture {
     }
 
     static bool stillRunning(SpawnedProcess& process) { return !process.waitUntilExited(300ms); }
+
+    // In the child, once it has started what it needs: becomes the user,
+    // makes sure that each of `pids` hides its executable from the user, and
+    // asks, as the user, whether Tavio runs and to quit it. "running" or
+    // "not running", or what went wrong.
+    std::string lookAndAskAsUser(const std::vector<pid_t>& pids) const {
+        if (const std::string failed = becomeUser(); !failed.empty()) {
+            return failed;
+        }
+        for (const pid_t pid : pids) {
+            if (!executableHidden(pid)) {
+                return "the executable of " + std::to_string(pid) + " is not hidden";
+            }
+        }
+        const auto control = this->control();
+        const bool running = control.isRunning();
+        control.requestQuit();
+        return running ? "running" : "not running";
+    }
+
+    // Makes a folder root's, which the user may pass through but not list.
+    static void closeToUser(const std::string& folder) {
+        if (::chown(folder.c_str(), 0, 0) != 0 || ::chmod(folder.c_str(), 0711) != 0) {
+            throw std::runtime_error("cannot close " + folder);
+        }
+    }
+
+    static std::string signalsSeen(SpawnedProcess& player) {
+        return "[" + joined(player.linesBeforePing().value_or(std::vector<std::string>{"none"})) +
+               "]";
+    }
 };
 
 TEST_F(HiddenExecutableTest, AgentsOfADesktopSessionAreNotTavioAndAreNeverSignalled) {
@@ -121,16 +152,7 @@ TEST_F(HiddenExecutableTest, AgentsOfADesktopSessionAreNotTavioAndAreNeverSignal
         if (!ssh->readLine(10s) || !gpg->readUntil("OK Pleased to meet you", 10s)) {
             return "an agent did not start";
         }
-        if (const std::string failed = becomeUser(); !failed.empty()) {
-            return failed;
-        }
-        if (!executableHidden(ssh->pid()) || !executableHidden(gpg->pid())) {
-            return "an agent's executable is not hidden";
-        }
-        const auto control = this->control();
-        const bool running = control.isRunning();
-        control.requestQuit();
-        return std::string(running ? "running" : "not running") +
+        return lookAndAskAsUser({ssh->pid(), gpg->pid()}) +
                (stillRunning(*ssh) ? " ssh-agent alive" : " ssh-agent gone") +
                (stillRunning(*gpg) ? " gpg-agent alive" : " gpg-agent gone");
     });
@@ -143,20 +165,8 @@ TEST_F(HiddenExecutableTest, ProgramsWithAnotherGroupOrUndumpableAreNotTavioAndA
     const auto answer = asUser([&]() -> std::string {
         auto grouped = startPlayerAsUser(temp / "bin/player", {}, kOtherGroup);
         auto undumpable = startPlayerAsUser(temp / "bin/player", {"--undumpable"});
-        if (const std::string failed = becomeUser(); !failed.empty()) {
-            return failed;
-        }
-        if (!executableHidden(grouped->pid()) || !executableHidden(undumpable->pid())) {
-            return "an executable is not hidden";
-        }
-        const auto control = this->control();
-        const bool running = control.isRunning();
-        control.requestQuit();
-        return std::string(running ? "running" : "not running") + " [" +
-               joined(grouped->linesBeforePing().value_or(std::vector<std::string>{"none"})) +
-               "] [" +
-               joined(undumpable->linesBeforePing().value_or(std::vector<std::string>{"none"})) +
-               "]";
+        return lookAndAskAsUser({grouped->pid(), undumpable->pid()}) + " " + signalsSeen(*grouped) +
+               " " + signalsSeen(*undumpable);
     });
     EXPECT_EQ(answer, "not running [] []");
 }
@@ -176,20 +186,11 @@ class HiddenTavioTest : public HiddenExecutableTest,
     std::string findAskAndWait(const std::string& executable) {
         return asUser([&]() -> std::string {
             auto player = startHidden(executable);
-            if (const std::string failed = becomeUser(); !failed.empty()) {
-                return failed;
-            }
-            if (!executableHidden(player->pid())) {
-                return "the executable is not hidden";
-            }
-            const auto control = this->control();
-            const bool running = control.isRunning();
-            control.requestQuit();
+            const std::string found = lookAndAskAsUser({player->pid()});
             const auto status = player->waitForExit();
             const bool quit = status && WIFEXITED(*status) && WEXITSTATUS(*status) == 0;
-            return std::string(running ? "running" : "not running") +
-                   (quit ? ", quit" : ", did not quit") +
-                   (control.isRunning() ? ", still running" : ", gone");
+            return found + (quit ? ", quit" : ", did not quit") +
+                   (control().isRunning() ? ", still running" : ", gone");
         });
     }
 };
@@ -232,16 +233,8 @@ TEST_F(HiddenExecutableTest, HiddenProcessInABundleThatCannotBeReadCountsAsRunni
     const std::string contents = temp / "Downloads/Closed.app/Contents";
     const auto answer = asUser([&]() -> std::string {
         auto player = startPlayerAsUser(executable, {"--undumpable"});
-        // Root's, and closed to the user: its Info.plist cannot be read.
-        if (::chown(contents.c_str(), 0, 0) != 0 || ::chmod(contents.c_str(), 0711) != 0 ||
-            !becomeUser().empty()) {
-            return "cannot close the bundle";
-        }
-        const auto control = this->control();
-        const bool running = control.isRunning();
-        control.requestQuit();
-        return std::string(running ? "running" : "not running") + " [" +
-               joined(player->linesBeforePing().value_or(std::vector<std::string>{"none"})) + "]";
+        closeToUser(contents);  // its Info.plist cannot be read
+        return lookAndAskAsUser({player->pid()}) + " " + signalsSeen(*player);
     });
     EXPECT_EQ(answer, "running []");
 }
@@ -252,12 +245,8 @@ TEST_F(HiddenExecutableTest, ApplicationFolderThatCannotBeListedMakesAHiddenProc
     installProgram(TAVIO_PLAYER_PATH, temp / "bin/player");
     const auto answer = asUser([&]() -> std::string {
         auto player = startPlayerAsUser(temp / "bin/player", {"--undumpable"});
-        const std::string applications = temp / "Applications";
-        if (::chown(applications.c_str(), 0, 0) != 0 || ::chmod(applications.c_str(), 0711) != 0 ||
-            !becomeUser().empty()) {
-            return "cannot close the application folder";
-        }
-        return control().isRunning() ? "running" : "not running";
+        closeToUser(temp / "Applications");
+        return lookAndAskAsUser({player->pid()});
     });
     EXPECT_EQ(answer, "running");
 }
