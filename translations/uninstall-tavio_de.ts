@@ -114,6 +114,10 @@
         <translation>Ein übergeordnetes Element ist kein Ordner</translation>
     </message>
     <message>
+        <source>Could not check whether Tavio is running</source>
+        <translation>Es ließ sich nicht prüfen, ob Tavio läuft</translation>
+    </message>
+    <message>
         <source>Skipped: not a verified Tavio app</source>
         <translation>Übersprungen: keine geprüfte Tavio-App</translation>
     </message>

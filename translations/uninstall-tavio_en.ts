@@ -114,6 +114,10 @@
         <translation>A parent is not a folder</translation>
     </message>
     <message>
+        <source>Could not check whether Tavio is running</source>
+        <translation>Could not check whether Tavio is running</translation>
+    </message>
+    <message>
         <source>Skipped: not a verified Tavio app</source>
         <translation>Skipped: not a verified Tavio app</translation>
     </message>

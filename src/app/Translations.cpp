@@ -25,6 +25,7 @@ constexpr const char* kCoreTexts[] = {
     QT_TRANSLATE_NOOP("Core", "Tavio is still running"),
     QT_TRANSLATE_NOOP("Core", "It was created again after removal"),
     QT_TRANSLATE_NOOP("Core", "A parent is not a folder"),
+    QT_TRANSLATE_NOOP("Core", "Could not check whether Tavio is running"),
     // App copies that were not verified.
     QT_TRANSLATE_NOOP("Core", "Skipped: not a verified Tavio app"),
     QT_TRANSLATE_NOOP("Core", "Not an app bundle"),

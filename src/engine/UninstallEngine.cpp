@@ -52,11 +52,7 @@ UninstallReport UninstallEngine::run(const target::Inventory& inventory,
     std::vector<ItemResult> results;
     for (const InventoryItem& item : inventory.items) {
         onEvent(UninstallEvent::removing(item));
-        ItemOutcome outcome =
-            processes->isRunning()
-                ? (isAbsentNow(item) ? ItemOutcome::alreadyAbsent()
-                                     : failedAt(item, RemovalReason::applicationRunning()))
-                : remove(item);
+        ItemOutcome outcome = removeUnlessRunning(item);
         results.push_back({item, outcome});
         onEvent(UninstallEvent::finished(item, std::move(outcome)));
     }
@@ -110,6 +106,22 @@ ItemOutcome UninstallEngine::remove(const InventoryItem& item) const {
         return ItemOutcome::removed();
     }
     return removeAppBundle(item);
+}
+
+// Tavio is looked for again before each item. While it runs, or while the
+// look cannot tell, nothing is touched, and the reason says which of the two
+// it was.
+ItemOutcome UninstallEngine::removeUnlessRunning(const InventoryItem& item) const {
+    using Running = target::ProcessControlling::Running;
+    const Running running = processes->lookForCopies();
+    if (running == Running::no) {
+        return remove(item);
+    }
+    if (isAbsentNow(item)) {
+        return ItemOutcome::alreadyAbsent();
+    }
+    return failedAt(item, running == Running::yes ? RemovalReason::applicationRunning()
+                                                  : RemovalReason::runningNotChecked());
 }
 
 // An app copy is checked once more just before it goes: it must still be

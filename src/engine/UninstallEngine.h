@@ -42,6 +42,7 @@ struct UninstallEngine {
     enum class QuitResult { notRunning, quit, timedOut, cancelled };
 
     QuitResult waitForQuit(const EventHandler& onEvent, const std::stop_token& stop) const;
+    ItemOutcome removeUnlessRunning(const target::InventoryItem& item) const;
     ItemOutcome remove(const target::InventoryItem& item) const;
     ItemOutcome removeAppBundle(const target::InventoryItem& item) const;
     bool isAbsentNow(const target::InventoryItem& item) const;

@@ -78,6 +78,9 @@ class WorkspaceProcessControl final : public target::ProcessControlling {
 
     bool isRunning() const override;
     void requestQuit() const override;
+#if !defined(__APPLE__)
+    Running lookForCopies() const override;
+#endif
 
 #if !defined(__APPLE__)
     // The running copies now that could be found, in ascending order of

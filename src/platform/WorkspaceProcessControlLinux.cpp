@@ -99,10 +99,18 @@ std::vector<ProcessInstance> WorkspaceProcessControl::runningInstances() const {
 }
 
 // A look that could not see everything cannot rule Tavio out: deleting its
-// files while it may run is what this check exists to prevent.
-bool WorkspaceProcessControl::isRunning() const {
+// files while it may run is what this check exists to prevent. A copy seen
+// running is running, whatever else could not be seen.
+target::ProcessControlling::Running WorkspaceProcessControl::lookForCopies() const {
     const Look now = look();
-    return !now.complete || !now.instances.empty();
+    if (!now.instances.empty()) {
+        return Running::yes;
+    }
+    return now.complete ? Running::no : Running::cannotTell;
+}
+
+bool WorkspaceProcessControl::isRunning() const {
+    return lookForCopies() != Running::no;
 }
 
 void WorkspaceProcessControl::requestQuit() const {

@@ -35,6 +35,8 @@ std::string_view englishText(RemovalReason::Kind kind) {
             return "It was created again after removal";
         case Kind::notADirectory:
             return "A parent is not a folder";
+        case Kind::runningNotChecked:
+            return "Could not check whether Tavio is running";
     }
     return {};
 }

@@ -22,6 +22,9 @@ class RemovalReason {
         applicationRunning,
         reappeared,
         notADirectory,
+        // The look for a running Tavio just before the item failed: nothing
+        // proves that Tavio was not running, so the item was not touched.
+        runningNotChecked,
     };
 
     static RemovalReason other(std::string text) { return {Kind::other, 0, std::move(text)}; }
@@ -35,6 +38,7 @@ class RemovalReason {
     static RemovalReason applicationRunning() { return {Kind::applicationRunning}; }
     static RemovalReason reappeared() { return {Kind::reappeared}; }
     static RemovalReason notADirectory() { return {Kind::notADirectory}; }
+    static RemovalReason runningNotChecked() { return {Kind::runningNotChecked}; }
 
     Kind kind() const { return kind_; }
     // The errno of a `system` reason; 0 for every other case.

@@ -18,6 +18,13 @@ class ProcessControlling {
     // exited but is still listed by the system (a zombie) does not count.
     virtual bool isRunning() const = 0;
 
+    // What a look for running copies found: none, at least one, or nothing
+    // certain because the look itself failed (isRunning() is then true:
+    // nothing proves that no copy runs). A system whose look cannot fail
+    // needs only isRunning().
+    enum class Running { no, yes, cannotTell };
+    virtual Running lookForCopies() const { return isRunning() ? Running::yes : Running::no; }
+
     // Asks every such copy once to quit in the ordinary way, as if the user
     // had chosen Quit, and returns at once without waiting. Never forces a
     // quit; does nothing when no copy runs.

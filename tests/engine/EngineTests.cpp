@@ -358,6 +358,29 @@ TEST_F(EngineTest, TavioStartedAgainLeavesTheRemainingItemsInPlace) {
     EXPECT_TRUE(preferences_->hasValues(kId));
 }
 
+// The look for Tavio before each item fails (the process table cannot be
+// read): nothing is touched, and the reason says that it could not be
+// checked, not that Tavio runs.
+TEST_F(EngineTest, ALookThatCannotTellBeforeAnItemLeavesItWithItsOwnReason) {
+    auto processes = std::make_shared<FakeProcesses>(std::vector<bool>{false, true});
+    processes->answerCannotTell();
+    processes_ = processes;
+    makeDirectories(library() + "/Logs/" + kId);
+    const Inventory inventory = scan();
+    const UninstallReport report = run(inventory);
+    EXPECT_EQ(report.outcome, UninstallOutcome::incomplete);
+    for (const auto& result : report.results) {
+        if (result.item.state == ItemState::absent()) {
+            EXPECT_EQ(result.outcome, ItemOutcome::alreadyAbsent()) << result.item.id;
+        } else {
+            EXPECT_EQ(result.outcome,
+                      ItemOutcome::failed({{result.item.path, RemovalReason::runningNotChecked()}}))
+                << result.item.id;
+        }
+    }
+    EXPECT_TRUE(testsupport::isDirectory(library() + "/Logs/" + kId));
+}
+
 TEST_F(EngineTest, WhileTavioRunsAnInventoriedDomainIsNeverTakenForGone) {
     processes_ = std::make_shared<FakeProcesses>(std::vector<bool>{false, true});
     Inventory inventory = scan();

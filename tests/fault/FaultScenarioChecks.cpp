@@ -146,6 +146,7 @@ void FaultScenario::checkUninstall(const std::optional<faults::Fault>& fault,
         reasonKey(RemovalReason::reappeared()),
         reasonKey(RemovalReason::changedSinceVerification()),
         reasonKey(RemovalReason::applicationRunning()),
+        reasonKey(RemovalReason::runningNotChecked()),
     };
     if (fault && run.fired) {
         allowed.insert(reasonKey(removal::reasonForErrno(fault->error)));

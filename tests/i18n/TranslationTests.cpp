@@ -47,6 +47,7 @@ std::vector<RemovalReason> everyReason() {
         RemovalReason::applicationRunning(),
         RemovalReason::reappeared(),
         RemovalReason::notADirectory(),
+        RemovalReason::runningNotChecked(),
     };
     return reasons;
 }
@@ -208,7 +209,7 @@ void TranslationTests::cleanupTestCase() {
 
 void TranslationTests::theCoreTextListIsWhatTheCoreAsksFor() {
     // The kinds are listed above in full: the last one closes each list.
-    QCOMPARE(everyReason().size(), std::size_t(RemovalReason::Kind::notADirectory) + 1);
+    QCOMPARE(everyReason().size(), std::size_t(RemovalReason::Kind::runningNotChecked) + 1);
     QCOMPARE(everyProblem().size(),
              std::size_t(AppVerificationProblem::Kind::invalidSignature) + 1);
     for (std::size_t i = 0; i < everyReason().size(); ++i) {

@@ -26,6 +26,8 @@ const char* kindName(RemovalReason::Kind kind) {
             return "applicationRunning";
         case Kind::reappeared:
             return "reappeared";
+        case Kind::runningNotChecked:
+            return "runningNotChecked";
         case Kind::notADirectory:
             return "notADirectory";
     }

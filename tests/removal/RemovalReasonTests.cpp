@@ -55,6 +55,8 @@ TEST_F(TextLookupReset, EveryReasonHasItsEnglishSentence) {
     EXPECT_EQ(RemovalReason::applicationRunning().explanation(), "Tavio is still running");
     EXPECT_EQ(RemovalReason::reappeared().explanation(), "It was created again after removal");
     EXPECT_EQ(RemovalReason::notADirectory().explanation(), "A parent is not a folder");
+    EXPECT_EQ(RemovalReason::runningNotChecked().explanation(),
+              "Could not check whether Tavio is running");
 }
 
 TEST_F(TextLookupReset, SystemErrorShowsANegativeCodeAsSigned) {

@@ -109,6 +109,18 @@ class FakeProcesses : public target::ProcessControlling {
         }
     }
 
+    // Through lookForCopies(), a scripted "running" reads as a look that
+    // could not tell (isRunning() still answers true).
+    Running lookForCopies() const override {
+        const bool running = isRunning();
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return !running ? Running::no : (cannotTell_ ? Running::cannotTell : Running::yes);
+    }
+    void answerCannotTell() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        cannotTell_ = true;
+    }
+
     void onIsRunning(std::function<void(int call)> hook) { onIsRunning_ = std::move(hook); }
     void onRequestQuit(std::function<void()> hook) { onRequestQuit_ = std::move(hook); }
     int isRunningCalls() const {
@@ -123,6 +135,7 @@ class FakeProcesses : public target::ProcessControlling {
   private:
     mutable std::mutex mutex_;
     std::vector<bool> script_;
+    bool cannotTell_ = false;
     mutable int isRunningCalls_ = 0;
     mutable int requestQuitCalls_ = 0;
     std::function<void(int)> onIsRunning_;
