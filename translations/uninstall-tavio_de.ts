@@ -133,6 +133,10 @@
         <source>Skipped: not a verified Tavio app (the code signature is not valid)</source>
         <translation>Übersprungen: keine geprüfte Tavio-App (die Codesignatur ist ungültig)</translation>
     </message>
+    <message>
+        <source>Skipped: the app could not be read</source>
+        <translation>Übersprungen: die App ließ sich nicht lesen</translation>
+    </message>
 </context>
 <context>
     <name>FinishedView</name>

@@ -133,6 +133,10 @@
         <source>Skipped: not a verified Tavio app (the code signature is not valid)</source>
         <translation>Skipped: not a verified Tavio app (the code signature is not valid)</translation>
     </message>
+    <message>
+        <source>Skipped: the app could not be read</source>
+        <translation>Skipped: the app could not be read</translation>
+    </message>
 </context>
 <context>
     <name>FinishedView</name>

@@ -32,6 +32,7 @@ constexpr const char* kCoreTexts[] = {
     QT_TRANSLATE_NOOP("Core", "Skipped: not a verified Tavio app (the executable is missing)"),
     QT_TRANSLATE_NOOP("Core",
                       "Skipped: not a verified Tavio app (the code signature is not valid)"),
+    QT_TRANSLATE_NOOP("Core", "Skipped: the app could not be read"),
 };
 
 }  // namespace

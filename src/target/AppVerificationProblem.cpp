@@ -19,6 +19,8 @@ std::string_view englishText(AppVerificationProblem::Kind kind) {
             return "Skipped: not a verified Tavio app (the executable is missing)";
         case Kind::invalidSignature:
             return "Skipped: not a verified Tavio app (the code signature is not valid)";
+        case Kind::unreadable:
+            return "Skipped: the app could not be read";
     }
     return "Not an app bundle";
 }

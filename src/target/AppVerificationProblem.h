@@ -14,6 +14,7 @@ class AppVerificationProblem {
         notAnAppBundle,      // the layout or the property list is unusable
         missingExecutable,   // the declared main executable is absent or unusable
         invalidSignature,    // the signature (the seal on Linux) is missing or wrong
+        unreadable,          // the system refused to read the layout (I/O error, …)
     };
 
     static AppVerificationProblem identifierMismatch(std::string found) {
@@ -31,6 +32,7 @@ class AppVerificationProblem {
     static AppVerificationProblem invalidSignature() {
         return AppVerificationProblem(Kind::invalidSignature);
     }
+    static AppVerificationProblem unreadable() { return AppVerificationProblem(Kind::unreadable); }
 
     Kind kind() const { return kind_; }
     // The identifier found in the bundle; empty for every case but

@@ -4,6 +4,7 @@
 
 #include "base/Text.h"
 #include "removal/SafeRemover.h"
+#include "target/AppVerificationProblem.h"
 #include "target/Paths.h"
 
 namespace target {
@@ -144,7 +145,12 @@ std::optional<InventoryItem> InventoryBuilder::appItem(const std::string& direct
     }
     const auto identity = remover.identity({appName});
     if (!identity) {
-        return item(ItemState::skipped(base::localizedText("Not an app bundle")), std::nullopt);
+        // Verified a moment ago, yet no folder to pin: either it is no folder
+        // now, or the look at it failed, which says nothing of what it is.
+        const bool unreadable = remover.presence({appName}).kind() == Presence::Kind::unknown;
+        const std::string reason = unreadable ? AppVerificationProblem::unreadable().explanation()
+                                              : base::localizedText("Not an app bundle");
+        return item(ItemState::skipped(reason), std::nullopt);
     }
     return item(ItemState::present(), identity);
 }

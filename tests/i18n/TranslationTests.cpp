@@ -60,6 +60,7 @@ std::vector<AppVerificationProblem> everyProblem() {
         AppVerificationProblem::notAnAppBundle(),
         AppVerificationProblem::missingExecutable(),
         AppVerificationProblem::invalidSignature(),
+        AppVerificationProblem::unreadable(),
     };
 }
 
@@ -210,8 +211,7 @@ void TranslationTests::cleanupTestCase() {
 void TranslationTests::theCoreTextListIsWhatTheCoreAsksFor() {
     // The kinds are listed above in full: the last one closes each list.
     QCOMPARE(everyReason().size(), std::size_t(RemovalReason::Kind::runningNotChecked) + 1);
-    QCOMPARE(everyProblem().size(),
-             std::size_t(AppVerificationProblem::Kind::invalidSignature) + 1);
+    QCOMPARE(everyProblem().size(), std::size_t(AppVerificationProblem::Kind::unreadable) + 1);
     for (std::size_t i = 0; i < everyReason().size(); ++i) {
         QCOMPARE(std::size_t(everyReason()[i].kind()), i);
     }
