@@ -20,8 +20,8 @@ QString lockNameIn(const QString& folder) {
         QStringLiteral("io.tavio.Tavio.Uninstaller-%1.lock").arg(::getuid()));
 }
 
-// A runtime folder is the user's alone (as the desktop's specification asks
-// of it); one that others may enter or write is no place for the lock.
+// A runtime folder is the user's alone, mode 0700, as the XDG base directory
+// rules require; one that others may enter or write is no place for the lock.
 bool isPrivateFolderOfOurs(const QString& folder) {
     struct stat st {};
     const QByteArray path = QFile::encodeName(folder);

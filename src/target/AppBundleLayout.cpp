@@ -52,15 +52,10 @@ bool isRegularFile(int folderFD, const std::string& name) {
     return sys::statAt(folderFD, name.c_str(), status) == 0 && S_ISREG(status.st_mode);
 }
 
-// Checks 2 and 3: the property list, or why it is not one.
+// Checks 2 and 3: the property list, or why it is not one. The read itself
+// tells a missing or wrong kind of entry (no app bundle) from a refusal of
+// the system (unreadable).
 std::variant<PropertyList, AppVerificationProblem> readInfo(int contentsFD) {
-    struct stat status {};
-    if (sys::statAt(contentsFD, "Info.plist", status) != 0) {
-        return problemFor(errno);
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return AppVerificationProblem::notAnAppBundle();
-    }
     PropertyList::ReadResult read = PropertyList::readAt(contentsFD, "Info.plist");
     if (const auto* failure = std::get_if<PropertyList::ReadFailure>(&read)) {
         return *failure == PropertyList::ReadFailure::unreadable

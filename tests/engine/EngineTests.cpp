@@ -336,6 +336,19 @@ TEST_F(EngineTest, AppFolderRefusedAtRemovalFailsWithTheWalksReason) {
     EXPECT_TRUE(testsupport::isDirectory(temp_ / "real-apps/Tavio.app/Contents"));
 }
 
+// Every item that was there failed with `reason` and was left in place; every
+// absent one stayed absent.
+void expectEveryItemThereLeftWith(const UninstallReport& report, const RemovalReason& reason) {
+    for (const auto& result : report.results) {
+        if (result.item.state == ItemState::absent()) {
+            EXPECT_EQ(result.outcome, ItemOutcome::alreadyAbsent()) << result.item.id;
+        } else {
+            EXPECT_EQ(result.outcome, ItemOutcome::failed({{result.item.path, reason}}))
+                << result.item.id;
+        }
+    }
+}
+
 TEST_F(EngineTest, TavioStartedAgainLeavesTheRemainingItemsInPlace) {
     // Not running at the start; running again from the first item on.
     processes_ = std::make_shared<FakeProcesses>(std::vector<bool>{false, true});
@@ -344,16 +357,7 @@ TEST_F(EngineTest, TavioStartedAgainLeavesTheRemainingItemsInPlace) {
     const Inventory inventory = scan();
     const UninstallReport report = run(inventory);
     EXPECT_EQ(report.outcome, UninstallOutcome::incomplete);
-    for (const auto& result : report.results) {
-        if (result.item.state == ItemState::absent()) {
-            EXPECT_EQ(result.outcome, ItemOutcome::alreadyAbsent()) << result.item.id;
-        } else {
-            EXPECT_EQ(
-                result.outcome,
-                ItemOutcome::failed({{result.item.path, RemovalReason::applicationRunning()}}))
-                << result.item.id;
-        }
-    }
+    expectEveryItemThereLeftWith(report, RemovalReason::applicationRunning());
     EXPECT_TRUE(testsupport::isDirectory(library() + "/Logs/" + kId));
     EXPECT_TRUE(preferences_->hasValues(kId));
 }
@@ -369,15 +373,7 @@ TEST_F(EngineTest, ALookThatCannotTellBeforeAnItemLeavesItWithItsOwnReason) {
     const Inventory inventory = scan();
     const UninstallReport report = run(inventory);
     EXPECT_EQ(report.outcome, UninstallOutcome::incomplete);
-    for (const auto& result : report.results) {
-        if (result.item.state == ItemState::absent()) {
-            EXPECT_EQ(result.outcome, ItemOutcome::alreadyAbsent()) << result.item.id;
-        } else {
-            EXPECT_EQ(result.outcome,
-                      ItemOutcome::failed({{result.item.path, RemovalReason::runningNotChecked()}}))
-                << result.item.id;
-        }
-    }
+    expectEveryItemThereLeftWith(report, RemovalReason::runningNotChecked());
     EXPECT_TRUE(testsupport::isDirectory(library() + "/Logs/" + kId));
 }
 

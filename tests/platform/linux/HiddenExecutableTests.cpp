@@ -25,8 +25,11 @@ using testsupport::joined;
 using testsupport::SpawnedProcess;
 using namespace std::chrono_literals;
 
-constexpr uid_t kUser = 65534;      // nobody
-constexpr gid_t kGroup = 65534;     // nogroup
+// A user of these tests alone, with no entry in the user database (the agents
+// do not need one): tests that run at the same time as "nobody" start
+// players too, and a look at the user's processes must see only this test's.
+constexpr uid_t kUser = 64721;
+constexpr gid_t kGroup = 64721;
 constexpr gid_t kOtherGroup = 100;  // users: a group the user's looks do not run with
 constexpr const char* kSetpriv = "/usr/bin/setpriv";
 
