@@ -202,14 +202,9 @@ std::optional<RemovalReason> UninstallEngine::recordRemoval(const InventoryItem&
     if (!manifest) {
         return RemovalReason::notRecorded();
     }
-    target::RemovalRecord record{context.bundleIdentifier,
-                                 bundle.anchor,
-                                 bundle.name,
-                                 *bundle.identity,
-                                 status.st_uid,
-                                 std::move(*manifest),
-                                 {}};
-    const auto written = RemovalRecords::forUser(context).write(std::move(record));
+    target::RemovalRecord record{context.bundleIdentifier, bundle.anchor, bundle.name,
+                                 *bundle.identity,         status.st_uid, std::move(*manifest)};
+    const auto written = RemovalRecords::forUser(context).write(record);
     if (std::holds_alternative<std::string>(written)) {
         return std::nullopt;
     }
@@ -264,6 +259,7 @@ void UninstallEngine::dropObsoleteRecords() const {
             records.drop(stored);
         }
     }
+    records.tidy();
 }
 
 // Used only while Tavio runs again. A domain that held values is never taken

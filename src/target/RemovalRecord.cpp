@@ -17,21 +17,6 @@ std::optional<std::uint64_t> numberOf(plist_t node) {
     return value;
 }
 
-std::optional<std::vector<std::string>> stringsOf(plist_t node) {
-    if (node == nullptr || plist_get_node_type(node) != PLIST_ARRAY) {
-        return std::nullopt;
-    }
-    std::vector<std::string> strings;
-    for (std::uint32_t i = 0; i < plist_array_get_size(node); ++i) {
-        const auto text = PropertyList::stringOf(plist_array_get_item(node, i));
-        if (!text || text->empty()) {
-            return std::nullopt;
-        }
-        strings.push_back(*text);
-    }
-    return strings;
-}
-
 // The name must be one path component, as every bundle name is.
 bool isSingleName(const std::string& name) {
     return !name.empty() && name != "." && name != ".." &&
@@ -53,11 +38,6 @@ std::optional<std::string> RemovalRecord::serialized() const {
     plist_dict_set_item(root, "Inode", plist_new_uint(identity.inode));
     plist_dict_set_item(root, "Owner", plist_new_uint(owner));
     plist_dict_set_item(root, "Entries", manifest.toNode());
-    plist_t created = plist_new_array();
-    for (const std::string& folder : createdFolders) {
-        plist_array_append_item(created, plist_new_string(folder.c_str()));
-    }
-    plist_dict_set_item(root, "CreatedFolders", created);
     return PropertyList::adopt(root, PropertyList::Format::xml).serialized();
 }
 
@@ -74,9 +54,8 @@ std::optional<RemovalRecord> RemovalRecord::parse(std::string_view bytes) {
     const auto inode = numberOf(plist_dict_get_item(root, "Inode"));
     const auto owner = numberOf(plist_dict_get_item(root, "Owner"));
     auto manifest = BundleManifest::fromNode(plist_dict_get_item(root, "Entries"));
-    auto created = stringsOf(plist_dict_get_item(root, "CreatedFolders"));
     if (!identifier || identifier->empty() || !anchor || !anchor->starts_with('/') || !name ||
-        !isSingleName(*name) || !device || !inode || !owner || !manifest || !created) {
+        !isSingleName(*name) || !device || !inode || !owner || !manifest) {
         return std::nullopt;
     }
     RemovalRecord record{*identifier,
@@ -84,8 +63,7 @@ std::optional<RemovalRecord> RemovalRecord::parse(std::string_view bytes) {
                          *name,
                          removal::FileIdentity{static_cast<dev_t>(*device), *inode},
                          static_cast<uid_t>(*owner),
-                         std::move(*manifest),
-                         std::move(*created)};
+                         std::move(*manifest)};
     return record;
 }
 

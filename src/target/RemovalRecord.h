@@ -25,10 +25,6 @@ struct RemovalRecord {
     removal::FileIdentity identity;
     uid_t owner = 0;  // of the bundle folder
     BundleManifest manifest;
-    // Folders on the way to the records' folder that writing this record
-    // created, relative to the home folder, deepest first: they go again,
-    // when empty, with the last record.
-    std::vector<std::string> createdFolders;
 
     bool operator==(const RemovalRecord&) const = default;
 

@@ -39,10 +39,12 @@ int linkUnnamed(int fd, int folderFD, const std::string& name) {
                                                                                             : errno;
 }
 
-// Moves `from` to `to` in one folder without ever replacing what is there. A
-// file system without RENAME_NOREPLACE gets a link and an unlink, which
-// refuses an existing name just the same; never a plain rename.
-int renameWithoutReplacing(int folderFD, const std::string& from, const std::string& to) {
+}  // namespace
+
+// A file system without RENAME_NOREPLACE gets a link and an unlink for a file,
+// which refuses an existing name just the same; never a plain rename, which
+// would replace an empty folder or a file.
+int renameExclusive(int folderFD, const std::string& from, const std::string& to) {
     if (::renameat2(folderFD, from.c_str(), folderFD, to.c_str(), RENAME_NOREPLACE) == 0) {
         return 0;
     }
@@ -56,6 +58,8 @@ int renameWithoutReplacing(int folderFD, const std::string& from, const std::str
     return 0;
 }
 
+namespace {
+
 // Where the file system has no unnamed files: a temporary name of ours.
 int writeThroughTemporary(int folderFD, const std::string& name, const std::string& bytes) {
     const std::string temporary =
@@ -66,7 +70,7 @@ int writeThroughTemporary(int folderFD, const std::string& name, const std::stri
     }
     int error = writeAll(fd.get(), bytes);
     error = error != 0 ? error : (syncToDisk(fd.get()) == 0 ? 0 : errno);
-    error = error != 0 ? error : renameWithoutReplacing(folderFD, temporary, name);
+    error = error != 0 ? error : renameExclusive(folderFD, temporary, name);
     if (error != 0) {
         (void)sys::unlinkAt(folderFD, temporary.c_str());
     }
@@ -88,6 +92,10 @@ std::string RemovalRecords::folderFor(const std::string& homeDirectory) {
         state = appendingPathComponent(appendingPathComponent(homeDirectory, ".local"), "state");
     }
     return appendingPathComponent(state, kOwnFolder);
+}
+
+int renameAcross(int fromFD, const std::string& from, int toFD, const std::string& to) {
+    return ::renameat2(fromFD, from.c_str(), toFD, to.c_str(), RENAME_NOREPLACE) == 0 ? 0 : errno;
 }
 
 int syncToDisk(int fd) {

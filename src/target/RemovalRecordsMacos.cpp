@@ -37,6 +37,15 @@ std::string RemovalRecords::folderFor(const std::string& homeDirectory) {
                                   "io.tavio.Tavio.Uninstaller");
 }
 
+int renameExclusive(int folderFD, const std::string& from, const std::string& to) {
+    return ::renameatx_np(folderFD, from.c_str(), folderFD, to.c_str(), RENAME_EXCL) == 0 ? 0
+                                                                                          : errno;
+}
+
+int renameAcross(int fromFD, const std::string& from, int toFD, const std::string& to) {
+    return ::renameatx_np(fromFD, from.c_str(), toFD, to.c_str(), RENAME_EXCL) == 0 ? 0 : errno;
+}
+
 int syncToDisk(int fd) {
     return ::fcntl(fd, F_FULLFSYNC) == 0 ? 0 : ::fsync(fd);
 }
