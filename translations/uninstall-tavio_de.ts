@@ -118,6 +118,14 @@
         <translation>Es ließ sich nicht prüfen, ob Tavio läuft</translation>
     </message>
     <message>
+        <source>added or changed after the app was verified</source>
+        <translation>nach der Prüfung der App hinzugefügt oder geändert</translation>
+    </message>
+    <message>
+        <source>Could not save a record of the removal, so it was not started</source>
+        <translation>Ein Protokoll der Entfernung ließ sich nicht speichern, deshalb wurde sie nicht begonnen</translation>
+    </message>
+    <message>
         <source>Skipped: not a verified Tavio app</source>
         <translation>Übersprungen: keine geprüfte Tavio-App</translation>
     </message>
@@ -136,6 +144,14 @@
     <message>
         <source>Skipped: the app could not be read</source>
         <translation>Übersprungen: die App ließ sich nicht lesen</translation>
+    </message>
+    <message>
+        <source>An earlier removal of this copy was interrupted</source>
+        <translation>Eine frühere Entfernung dieser Kopie wurde unterbrochen</translation>
+    </message>
+    <message>
+        <source>Skipped: not the copy that an interrupted removal had verified</source>
+        <translation>Übersprungen: nicht die Kopie, die eine unterbrochene Entfernung geprüft hatte</translation>
     </message>
 </context>
 <context>

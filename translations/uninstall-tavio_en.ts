@@ -118,6 +118,14 @@
         <translation>Could not check whether Tavio is running</translation>
     </message>
     <message>
+        <source>added or changed after the app was verified</source>
+        <translation>added or changed after the app was verified</translation>
+    </message>
+    <message>
+        <source>Could not save a record of the removal, so it was not started</source>
+        <translation>Could not save a record of the removal, so it was not started</translation>
+    </message>
+    <message>
         <source>Skipped: not a verified Tavio app</source>
         <translation>Skipped: not a verified Tavio app</translation>
     </message>
@@ -136,6 +144,14 @@
     <message>
         <source>Skipped: the app could not be read</source>
         <translation>Skipped: the app could not be read</translation>
+    </message>
+    <message>
+        <source>An earlier removal of this copy was interrupted</source>
+        <translation>An earlier removal of this copy was interrupted</translation>
+    </message>
+    <message>
+        <source>Skipped: not the copy that an interrupted removal had verified</source>
+        <translation>Skipped: not the copy that an interrupted removal had verified</translation>
     </message>
 </context>
 <context>

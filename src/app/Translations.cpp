@@ -26,6 +26,8 @@ constexpr const char* kCoreTexts[] = {
     QT_TRANSLATE_NOOP("Core", "It was created again after removal"),
     QT_TRANSLATE_NOOP("Core", "A parent is not a folder"),
     QT_TRANSLATE_NOOP("Core", "Could not check whether Tavio is running"),
+    QT_TRANSLATE_NOOP("Core", "added or changed after the app was verified"),
+    QT_TRANSLATE_NOOP("Core", "Could not save a record of the removal, so it was not started"),
     // App copies that were not verified.
     QT_TRANSLATE_NOOP("Core", "Skipped: not a verified Tavio app"),
     QT_TRANSLATE_NOOP("Core", "Not an app bundle"),
@@ -33,6 +35,9 @@ constexpr const char* kCoreTexts[] = {
     QT_TRANSLATE_NOOP("Core",
                       "Skipped: not a verified Tavio app (the code signature is not valid)"),
     QT_TRANSLATE_NOOP("Core", "Skipped: the app could not be read"),
+    // A copy whose removal was cut off.
+    QT_TRANSLATE_NOOP("Core", "An earlier removal of this copy was interrupted"),
+    QT_TRANSLATE_NOOP("Core", "Skipped: not the copy that an interrupted removal had verified"),
 };
 
 }  // namespace

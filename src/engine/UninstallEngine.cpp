@@ -1,12 +1,18 @@
 #include "engine/UninstallEngine.h"
 
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 #include <set>
 
+#include "base/SystemCalls.h"
+#include "base/UniqueFd.h"
 #include "engine/ContinuousClock.h"
 #include "removal/SafeRemover.h"
 #include "target/InventoryBuilder.h"
+#include "target/RemovalRecords.h"
 
 namespace engine {
 namespace {
@@ -17,6 +23,7 @@ using removal::RemovalReason;
 using target::InventoryItem;
 using target::ItemState;
 using target::ItemTarget;
+using target::RemovalRecords;
 
 ItemOutcome failedAt(const InventoryItem& item, RemovalReason reason) {
     return ItemOutcome::failed({RemovalFailure{item.path, std::move(reason)}});
@@ -29,6 +36,24 @@ void pause(std::chrono::milliseconds interval, const std::stop_token& stop) {
     std::unique_lock<std::mutex> lock(mutex);
     (void)wakeUp.wait_for(lock, stop, interval, [] { return false; });
 }
+
+// Lets only what a record vouches for go: entries that still match what the
+// copy held when its removal began.
+class RemainderFilter final : public removal::RemovalFilter {
+  public:
+    explicit RemainderFilter(const target::BundleManifest& manifest) : manifest_(manifest) {}
+
+    bool mayRemove(const std::string& relativePath,
+                   int folderFD,
+                   const std::string& name,
+                   const struct stat& status) const override {
+        return manifest_.stillHolds(relativePath, folderFD, name, status);
+    }
+    RemovalReason reasonToKeep() const override { return RemovalReason::notVerifiedBefore(); }
+
+  private:
+    const target::BundleManifest& manifest_;
+};
 
 }  // namespace
 
@@ -57,6 +82,7 @@ UninstallReport UninstallEngine::run(const target::Inventory& inventory,
         onEvent(UninstallEvent::finished(item, std::move(outcome)));
     }
     verify(results);
+    dropObsoleteRecords();
     bool allDone = true;
     for (const ItemResult& result : results) {
         allDone = allDone && result.outcome.isDone();
@@ -126,6 +152,8 @@ ItemOutcome UninstallEngine::removeUnlessRunning(const InventoryItem& item) cons
 
 // An app copy is checked once more just before it goes: it must still be
 // there as the very folder that was verified, and still pass verification.
+// What is left of a copy whose removal was cut off goes only as far as its
+// record vouches for it.
 ItemOutcome UninstallEngine::removeAppBundle(const InventoryItem& item) const {
     const auto& bundle = std::get<ItemTarget::AppBundle>(item.target.value);
     const removal::SafeRemover remover{bundle.anchor, context.userID, false};
@@ -141,10 +169,97 @@ ItemOutcome UninstallEngine::removeAppBundle(const InventoryItem& item) const {
     if (!bundle.identity) {
         return failedAt(item, RemovalReason::changedSinceVerification());
     }
+    if (bundle.copy == ItemTarget::AppCopy::remainder) {
+        return removeRemainder(item);
+    }
     if (const auto problem = verifier->verify(item.path, context.bundleIdentifier)) {
         return failedAt(item, RemovalReason::other(problem->explanation()));
     }
-    return ItemOutcome::from(remover.remove({bundle.name}, bundle.identity));
+    if (auto problem = recordRemoval(item)) {
+        return failedAt(item, std::move(*problem));
+    }
+    ItemOutcome outcome = ItemOutcome::from(remover.remove({bundle.name}, bundle.identity));
+    finishRecords(item);
+    return outcome;
+}
+
+// Writes down the copy and everything it holds before its first file goes,
+// so that a run cut off in the middle can be finished by the next one. A copy
+// that cannot be written down is not begun: a crash could leave it broken for
+// good.
+std::optional<RemovalReason> UninstallEngine::recordRemoval(const InventoryItem& item) const {
+    const auto& bundle = std::get<ItemTarget::AppBundle>(item.target.value);
+    const base::UniqueFd folder(sys::open(item.path.c_str(), sys::kFolderFlags));
+    struct stat status {};
+    if (!folder || ::fstat(folder.get(), &status) != 0) {
+        return errno == ENOTDIR || errno == ELOOP ? RemovalReason::changedSinceVerification()
+                                                  : removal::reasonForErrno(errno);
+    }
+    if (removal::FileIdentity{status.st_dev, status.st_ino} != *bundle.identity) {
+        return RemovalReason::changedSinceVerification();
+    }
+    auto manifest = target::BundleManifest::of(folder.get());
+    if (!manifest) {
+        return RemovalReason::notRecorded();
+    }
+    target::RemovalRecord record{context.bundleIdentifier, bundle.anchor, bundle.name,
+                                 *bundle.identity,         status.st_uid, std::move(*manifest)};
+    const auto written = RemovalRecords::forUser(context).write(record);
+    if (std::holds_alternative<std::string>(written)) {
+        return std::nullopt;
+    }
+    return RemovalReason::notRecorded();
+}
+
+// The rest of a copy whose removal was cut off: only with a record of this
+// folder, and only what still matches it.
+ItemOutcome UninstallEngine::removeRemainder(const InventoryItem& item) const {
+    const auto& bundle = std::get<ItemTarget::AppBundle>(item.target.value);
+    const auto records = RemovalRecords::forUser(context).of(item.path);
+    const auto found = std::find_if(records.begin(), records.end(), [&](const auto& stored) {
+        return stored.record.identity == *bundle.identity &&
+               stored.record.identifier == context.bundleIdentifier;
+    });
+    if (found == records.end()) {
+        return failedAt(item, RemovalReason::changedSinceVerification());
+    }
+    const RemainderFilter filter(found->record.manifest);
+    const removal::SafeRemover remover{bundle.anchor, context.userID, false};
+    ItemOutcome outcome =
+        ItemOutcome::from(remover.remove({bundle.name}, bundle.identity, &filter));
+    finishRecords(item);
+    return outcome;
+}
+
+// A record goes once the copy it describes is gone from its place.
+void UninstallEngine::finishRecords(const InventoryItem& item) const {
+    const auto& bundle = std::get<ItemTarget::AppBundle>(item.target.value);
+    const removal::SafeRemover remover{bundle.anchor, context.userID, false};
+    if (remover.presence({bundle.name}) != Presence::absent()) {
+        return;
+    }
+    const RemovalRecords records = RemovalRecords::forUser(context);
+    for (const RemovalRecords::Stored& stored : records.of(item.path)) {
+        records.drop(stored);
+    }
+}
+
+// After a run, no record outlives what it describes: one whose place is
+// empty, or holds another folder, vouches for nothing any more. A place that
+// cannot be looked at keeps its record.
+void UninstallEngine::dropObsoleteRecords() const {
+    const RemovalRecords records = RemovalRecords::forUser(context);
+    for (const RemovalRecords::Stored& stored : records.all()) {
+        const target::RemovalRecord& record = stored.record;
+        const removal::SafeRemover remover{record.anchor, context.userID, false};
+        const Presence presence = remover.presence({record.name});
+        if (presence == Presence::absent() ||
+            (presence == Presence::present() &&
+             remover.identity({record.name}) != record.identity)) {
+            records.drop(stored);
+        }
+    }
+    records.tidy();
 }
 
 // Used only while Tavio runs again. A domain that held values is never taken

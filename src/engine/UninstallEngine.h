@@ -3,7 +3,9 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <stop_token>
+#include <string>
 
 #include "engine/UninstallEvent.h"
 #include "engine/UninstallReport.h"
@@ -45,6 +47,10 @@ struct UninstallEngine {
     ItemOutcome removeUnlessRunning(const target::InventoryItem& item) const;
     ItemOutcome remove(const target::InventoryItem& item) const;
     ItemOutcome removeAppBundle(const target::InventoryItem& item) const;
+    std::optional<removal::RemovalReason> recordRemoval(const target::InventoryItem& item) const;
+    ItemOutcome removeRemainder(const target::InventoryItem& item) const;
+    void finishRecords(const target::InventoryItem& item) const;
+    void dropObsoleteRecords() const;
     bool isAbsentNow(const target::InventoryItem& item) const;
     void verify(std::vector<ItemResult>& results) const;
     target::Inventory freshInventory() const;

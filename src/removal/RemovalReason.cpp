@@ -37,6 +37,10 @@ std::string_view englishText(RemovalReason::Kind kind) {
             return "A parent is not a folder";
         case Kind::runningNotChecked:
             return "Could not check whether Tavio is running";
+        case Kind::notVerifiedBefore:
+            return "added or changed after the app was verified";
+        case Kind::notRecorded:
+            return "Could not save a record of the removal, so it was not started";
     }
     return {};
 }

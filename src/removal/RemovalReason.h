@@ -25,6 +25,12 @@ class RemovalReason {
         // The look for a running Tavio just before the item failed: nothing
         // proves that Tavio was not running, so the item was not touched.
         runningNotChecked,
+        // Below a copy of the app whose removal was cut off: not among what
+        // was verified before that removal began, or not as it was then.
+        notVerifiedBefore,
+        // The note that lets a cut-off removal be finished could not be
+        // saved, so the removal was not begun.
+        notRecorded,
     };
 
     static RemovalReason other(std::string text) { return {Kind::other, 0, std::move(text)}; }
@@ -39,6 +45,8 @@ class RemovalReason {
     static RemovalReason reappeared() { return {Kind::reappeared}; }
     static RemovalReason notADirectory() { return {Kind::notADirectory}; }
     static RemovalReason runningNotChecked() { return {Kind::runningNotChecked}; }
+    static RemovalReason notVerifiedBefore() { return {Kind::notVerifiedBefore}; }
+    static RemovalReason notRecorded() { return {Kind::notRecorded}; }
 
     Kind kind() const { return kind_; }
     // The errno of a `system` reason; 0 for every other case.

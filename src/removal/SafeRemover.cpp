@@ -158,7 +158,8 @@ std::optional<FileIdentity> SafeRemover::identity(const Components& components) 
 }
 
 RemovalOutcome SafeRemover::remove(const Components& components,
-                                   const std::optional<FileIdentity>& expecting) const {
+                                   const std::optional<FileIdentity>& expecting,
+                                   const RemovalFilter* filter) const {
     checkComponents(components);
     auto result = walk(components);
     if (auto* failure = std::get_if<RemovalFailure>(&result)) {
@@ -185,9 +186,13 @@ RemovalOutcome SafeRemover::remove(const Components& components,
         }
         std::vector<RemovalFailure> failures;
         removeTree(walked.parentFD(), name, path, std::get<VolumeIdentity>(volume), expecting,
-                   failures);
+                   failures, filter);
         return failures.empty() ? RemovalOutcome::removed()
                                 : RemovalOutcome::failed(std::move(failures));
+    }
+    // A folder was expected: whatever took its place is not what was checked.
+    if (expecting || filter != nullptr) {
+        return RemovalOutcome::failed({{path, RemovalReason::changedSinceVerification()}});
     }
     // A link or a file of any other type goes with one unlink relative to its
     // parent: a link is removed itself, and its target is never touched.

@@ -13,6 +13,7 @@
 #include "removal/FileIdentity.h"
 #include "removal/Presence.h"
 #include "removal/RemovalFailure.h"
+#include "removal/RemovalFilter.h"
 #include "removal/RemovalOutcome.h"
 #include "removal/Volume.h"
 
@@ -56,11 +57,15 @@ struct SafeRemover {
     // Deletes the item: a link or file by one unlink relative to its parent,
     // a folder by the descriptor-relative tree removal. `expecting`, used only
     // for a folder, makes the removal refuse a folder that is no longer the
-    // object it was when examined. The components are checked first; an empty
-    // list, or an empty, "/"-containing, "." or ".." component, stops the
-    // process: it is a programming error, never a user's.
+    // object it was when examined; anything but a folder in its place is
+    // refused then too. `filter`, when given, decides which entries below
+    // the folder may go (see RemovalFilter.h). The components are checked
+    // first; an empty list, or an empty, "/"-containing, "." or ".."
+    // component, stops the process: it is a programming error, never a
+    // user's.
     RemovalOutcome remove(const Components& components,
-                          const std::optional<FileIdentity>& expecting = std::nullopt) const;
+                          const std::optional<FileIdentity>& expecting = std::nullopt,
+                          const RemovalFilter* filter = nullptr) const;
 
   private:
     // What a successful walk holds open and found. Its descriptors close

@@ -48,8 +48,9 @@ class TreeRemoval {
   public:
     TreeRemoval(int parentFD,
                 const VolumeIdentity& anchorVolume,
-                std::vector<RemovalFailure>& failures)
-        : parentFD_(parentFD), anchorVolume_(anchorVolume), failures_(failures) {}
+                std::vector<RemovalFailure>& failures,
+                const RemovalFilter* filter)
+        : parentFD_(parentFD), anchorVolume_(anchorVolume), failures_(failures), filter_(filter) {}
 
     void run(const std::string& name,
              const std::string& path,
@@ -62,6 +63,10 @@ class TreeRemoval {
                const std::optional<FileIdentity>& identity);
     bool list(int fd, std::vector<Entry>& entries, const std::string& path);
     void removeEntry(Level& level, const Entry& entry);
+    bool keptByFilter(Level& level,
+                      const Entry& entry,
+                      const std::string& path,
+                      const struct stat& st);
     bool unlinkKnownNonDirectory(Level& level, const Entry& entry, const std::string& path);
     void leave();
     int reachParent();
@@ -77,6 +82,7 @@ class TreeRemoval {
     int parentFD_;
     VolumeIdentity anchorVolume_;
     std::vector<RemovalFailure>& failures_;
+    const RemovalFilter* filter_;
     std::vector<Level> stack_;
     std::size_t firstHeld_ = 0;  // levels below this index have closed descriptors
 };
@@ -175,7 +181,7 @@ bool TreeRemoval::list(int fd, std::vector<Entry>& entries, const std::string& p
 
 void TreeRemoval::removeEntry(Level& level, const Entry& entry) {
     const std::string path = childPath(level.path, entry.name);
-    if (unlinkKnownNonDirectory(level, entry, path)) {
+    if (filter_ == nullptr && unlinkKnownNonDirectory(level, entry, path)) {
         return;
     }
     const char* name = entry.name.c_str();
@@ -185,6 +191,9 @@ void TreeRemoval::removeEntry(Level& level, const Entry& entry) {
             report(path, reasonForErrno(errno));
             level.failed = true;
         }
+        return;
+    }
+    if (keptByFilter(level, entry, path, st)) {
         return;
     }
     if (S_ISDIR(st.st_mode)) {
@@ -202,6 +211,25 @@ void TreeRemoval::removeEntry(Level& level, const Entry& entry) {
         report(path, reasonForErrno(errno));
         level.failed = true;
     }
+}
+
+// Whether the filter, if any, keeps the entry; one it keeps is reported and
+// keeps its folder.
+bool TreeRemoval::keptByFilter(Level& level,
+                               const Entry& entry,
+                               const std::string& path,
+                               const struct stat& st) {
+    if (filter_ == nullptr) {
+        return false;
+    }
+    const std::string& top = stack_.front().path;
+    const std::string relative = path.substr(std::min(path.size(), top.size() + 1));
+    if (filter_->mayRemove(relative, level.fd.get(), entry.name, st)) {
+        return false;
+    }
+    report(path, filter_->reasonToKeep());
+    level.failed = true;
+    return true;
 }
 
 // Most entries are files whose type the listing already gave: they go with
@@ -338,8 +366,9 @@ void removeTree(int parentFD,
                 const std::string& path,
                 const VolumeIdentity& anchorVolume,
                 const std::optional<FileIdentity>& identity,
-                std::vector<RemovalFailure>& failures) {
-    TreeRemoval(parentFD, anchorVolume, failures).run(name, path, identity);
+                std::vector<RemovalFailure>& failures,
+                const RemovalFilter* filter) {
+    TreeRemoval(parentFD, anchorVolume, failures, filter).run(name, path, identity);
 }
 
 }  // namespace removal

@@ -6,6 +6,7 @@
 
 #include "removal/FileIdentity.h"
 #include "removal/RemovalFailure.h"
+#include "removal/RemovalFilter.h"
 #include "removal/Volume.h"
 
 namespace removal {
@@ -30,12 +31,17 @@ inline constexpr int kTreeDepthLimit = 128;
 // An entry that vanished meanwhile (ENOENT) is not a failure, except for the
 // top folder itself.
 //
+// With a `filter`, every entry below the top folder is looked at and asked
+// about before it is deleted or entered; one it keeps is reported with the
+// filter's reason and stays, with every folder that holds it.
+//
 // `parentFD` is neither closed nor kept.
 void removeTree(int parentFD,
                 const std::string& name,
                 const std::string& path,
                 const VolumeIdentity& anchorVolume,
                 const std::optional<FileIdentity>& identity,
-                std::vector<RemovalFailure>& failures);
+                std::vector<RemovalFailure>& failures,
+                const RemovalFilter* filter = nullptr);
 
 }  // namespace removal

@@ -1,11 +1,14 @@
 #include "target/InventoryBuilder.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 
 #include "base/Text.h"
 #include "removal/SafeRemover.h"
 #include "target/AppVerificationProblem.h"
 #include "target/Paths.h"
+#include "target/RemovalRecords.h"
 
 namespace target {
 namespace {
@@ -141,6 +144,9 @@ std::optional<InventoryItem> InventoryBuilder::appItem(const std::string& direct
         return item(stateOf(presence), std::nullopt);
     }
     if (const auto problem = verifier->verify(path, context.bundleIdentifier)) {
+        if (auto remainder = remainderItem(directory)) {
+            return remainder;
+        }
         return item(ItemState::skipped(problem->explanation()), std::nullopt);
     }
     const auto identity = remover.identity({appName});
@@ -153,6 +159,41 @@ std::optional<InventoryItem> InventoryBuilder::appItem(const std::string& direct
         return item(ItemState::skipped(reason), std::nullopt);
     }
     return item(ItemState::present(), identity);
+}
+
+// What is left of a copy whose removal was cut off: only when a record of
+// that removal exists for this very place, and the folder there is still the
+// one it describes (the same device, inode and owner, for the same product).
+// A record for this place and another folder there refuses the folder;
+// without a record, the verifier's answer stands.
+std::optional<InventoryItem> InventoryBuilder::remainderItem(const std::string& directory) const {
+    const std::string path = appendingPathComponent(directory, appName);
+    const auto records = RemovalRecords::forUser(context).of(path);
+    if (records.empty()) {
+        return std::nullopt;
+    }
+    const removal::SafeRemover remover{directory, context.userID, false};
+    const auto identity = remover.identity({appName});
+    struct stat status {};
+    const bool examined = identity && ::lstat(path.c_str(), &status) == 0;
+    const bool matches = std::any_of(records.begin(), records.end(), [&](const auto& stored) {
+        const RemovalRecord& record = stored.record;
+        return examined && record.identifier == context.bundleIdentifier &&
+               record.identity == *identity && record.owner == status.st_uid;
+    });
+    const ItemState state =
+        matches ? ItemState::present(
+                      base::localizedText("An earlier removal of this copy was interrupted"))
+                : ItemState::skipped(base::localizedText(
+                      "Skipped: not the copy that an interrupted removal had verified"));
+    return InventoryItem{
+        "app:" + path,
+        ItemCategory::app,
+        ItemTarget::appBundle(directory, appName, matches ? identity : std::nullopt,
+                              ItemTarget::AppCopy::remainder),
+        path,
+        displayPath(path, context.homeDirectory),
+        state};
 }
 
 }  // namespace target

@@ -14,9 +14,10 @@ namespace target {
 
 // Scans the user's account for everything of the product and says, for each
 // location of a fixed and closed list, whether it is present, absent or must
-// be skipped. It removes and changes nothing, never lists a folder, and never
-// looks anywhere but the exact locations below the home folder's Library and
-// the application folders.
+// be skipped. It removes and changes nothing, never lists a folder but the
+// program's own records' folder (RemovalRecords.h), and never looks anywhere
+// but the exact locations below the home folder's Library and the
+// application folders.
 //
 // Every problem becomes an item state (skipped with its reason, or absent);
 // build() cannot fail. It holds no shared state and may run on any thread.
@@ -35,6 +36,7 @@ struct InventoryBuilder {
     std::vector<InventoryItem> treeItems() const;
     std::vector<InventoryItem> appItems() const;
     std::optional<InventoryItem> appItem(const std::string& directory) const;
+    std::optional<InventoryItem> remainderItem(const std::string& directory) const;
     static bool reachedBefore(const InventoryItem& item, const std::vector<InventoryItem>& listed);
 };
 

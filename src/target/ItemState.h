@@ -4,8 +4,8 @@
 
 namespace target {
 
-// Whether an inventory item is there. Compared by case and, for `skipped`,
-// by the reason text.
+// Whether an inventory item is there. Compared by case and by the text that
+// goes with it: the reason of a `skipped` item, or a note on a `present` one.
 class ItemState {
   public:
     enum class Kind {
@@ -18,11 +18,17 @@ class ItemState {
     static ItemState skipped(std::string reason) {
         return ItemState(Kind::skipped, std::move(reason));
     }
-    static ItemState present() { return ItemState(Kind::present); }
+    // `note`, when given, says something the user should know about what
+    // will be removed (a copy whose earlier removal was cut off), already
+    // translated.
+    static ItemState present(std::string note = {}) {
+        return ItemState(Kind::present, std::move(note));
+    }
     static ItemState absent() { return ItemState(Kind::absent); }
 
     Kind kind() const { return kind_; }
-    // Empty unless kind() is skipped.
+    // The reason of a skipped item or the note of a present one; empty
+    // otherwise.
     const std::string& reason() const { return reason_; }
 
     bool operator==(const ItemState&) const = default;

@@ -29,6 +29,11 @@ struct ItemTarget {
 
         bool operator==(const Preferences&) const = default;
     };
+    // What an app item is: a copy that verified as it stands, or what is
+    // left of one whose removal was cut off, which only the record of that
+    // removal vouches for (see RemovalRecord.h).
+    enum class AppCopy { installed, remainder };
+
     // One installed copy of the app: the application folder, the bundle's
     // file name, and the folder's identity as it was verified (nothing when
     // no verified bundle was seen), so that removal can refuse a bundle that
@@ -37,6 +42,7 @@ struct ItemTarget {
         std::string anchor;
         std::string name;
         std::optional<removal::FileIdentity> identity;
+        AppCopy copy = AppCopy::installed;
 
         bool operator==(const AppBundle&) const = default;
     };
@@ -49,8 +55,9 @@ struct ItemTarget {
     static ItemTarget preferences(std::string domain) { return {Preferences{std::move(domain)}}; }
     static ItemTarget appBundle(std::string anchor,
                                 std::string name,
-                                std::optional<removal::FileIdentity> identity) {
-        return {AppBundle{std::move(anchor), std::move(name), identity}};
+                                std::optional<removal::FileIdentity> identity,
+                                AppCopy copy = AppCopy::installed) {
+        return {AppBundle{std::move(anchor), std::move(name), identity, copy}};
     }
 
     std::variant<Tree, Preferences, AppBundle> value;

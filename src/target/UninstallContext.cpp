@@ -10,6 +10,7 @@
 #include "base/Trap.h"
 #include "target/MainBundle.h"
 #include "target/Paths.h"
+#include "target/RemovalRecords.h"
 
 namespace target {
 namespace {
@@ -70,6 +71,7 @@ UninstallContext UninstallContext::make(uid_t userID,
     if (own != context.applicationDirectories.front()) {
         context.applicationDirectories.push_back(own);
     }
+    context.stateDirectory = RemovalRecords::folderFor(context.homeDirectory);
     return context;
 }
 

@@ -37,6 +37,9 @@ struct UninstallContext {
     // and the user's own "~/Applications", each once (a home of "/" has only
     // the first).
     std::vector<std::string> applicationDirectories;
+    // The program's own folder for the records that let a removal cut off
+    // by a crash be finished (see RemovalRecords.h).
+    std::string stateDirectory;
 
     bool operator==(const UninstallContext&) const = default;
 

@@ -297,4 +297,9 @@ CaseRun FaultScenario::run(Stage stage, const std::optional<faults::Fault>& faul
     return parse(*answer);
 }
 
+CaseRun FaultScenario::runAfterCrash(Stage stage, const faults::Fault& crash) {
+    (void)run(stage, crash);
+    return run(Stage::uninstall, std::nullopt);
+}
+
 }  // namespace faulttest

@@ -51,6 +51,16 @@ class FaultScenario {
     // Runs the stage in a child, armed with `fault` (or none, to count).
     CaseRun run(Stage stage, const std::optional<faults::Fault>& fault);
 
+    // Runs the stage in a child killed with SIGKILL just before the call that
+    // `crash` names, then a whole uninstall in a fresh child with nothing in
+    // its way, and returns what the second run saw.
+    CaseRun runAfterCrash(Stage stage, const faults::Fault& crash);
+
+    // Everything that is wrong after a crash and the run that followed it:
+    // what problems() finds of a run without a fault, and any outcome but a
+    // completed uninstall.
+    std::vector<std::string> problemsAfterCrash(const CaseRun& second) const;
+
     // Everything that is wrong after `run`, one line each; empty when the
     // case kept every promise.
     std::vector<std::string> problems(Stage stage,

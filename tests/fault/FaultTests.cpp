@@ -15,6 +15,7 @@
 #include <optional>
 #include <sstream>
 
+#include "CaseWorkers.h"
 #include "ChildProcess.h"
 #include "FaultScenario.h"
 
@@ -69,11 +70,6 @@ std::string joined(const std::vector<std::string>& lines) {
     return out.str();
 }
 
-// The cases of one call are shared out among this many processes. A case is
-// mostly waiting (for its child, and for Tavio to start and quit), so they
-// overlap well even on two cores.
-constexpr int kWorkers = 4;
-
 // Runs one case; what is wrong with it, naming what to replay, or nothing.
 std::optional<std::string> runCase(Stage stage, const faults::Fault& fault) {
     try {
@@ -87,67 +83,6 @@ std::optional<std::string> runCase(Stage stage, const faults::Fault& fault) {
     } catch (const std::exception& error) {
         return fault.describe() + joined({error.what()});
     }
-}
-
-// In a worker: runs every kWorkers-th case from `first` and writes what is
-// wrong with each failing one to `fd`, one record each.
-[[noreturn]] void beWorker(Stage stage,
-                           const std::vector<faults::Fault>& cases,
-                           std::size_t first,
-                           int fd) {
-    std::string records;
-    for (std::size_t i = first; i < cases.size(); i += kWorkers) {
-        if (const auto problem = runCase(stage, cases[i])) {
-            records += *problem + '\x1e';
-        }
-    }
-    if (!testsupport::writeAll(fd, records)) {
-        _exit(1);
-    }
-    _exit(0);
-}
-
-// Runs every case in kWorkers processes; each failing case becomes a test
-// failure. Returns how many failed.
-std::size_t runCases(Stage stage, const std::vector<faults::Fault>& cases) {
-    std::vector<std::pair<pid_t, int>> workers;
-    for (std::size_t first = 0; first < kWorkers && first < cases.size(); ++first) {
-        int fds[2];
-        if (::pipe2(fds, O_CLOEXEC) != 0) {
-            ADD_FAILURE() << "pipe2 failed";
-            break;
-        }
-        std::cout.flush();
-        const pid_t pid = ::fork();
-        if (pid == 0) {
-            ::close(fds[0]);
-            beWorker(stage, cases, first, fds[1]);
-        }
-        ::close(fds[1]);
-        if (pid < 0) {
-            ::close(fds[0]);
-            ADD_FAILURE() << "fork failed";
-            break;
-        }
-        workers.emplace_back(pid, fds[0]);
-    }
-    std::size_t failed = 0;
-    for (const auto& [pid, fd] : workers) {
-        std::istringstream records(testsupport::readToEnd(fd));
-        ::close(fd);
-        std::string record;
-        while (std::getline(records, record, '\x1e')) {
-            ADD_FAILURE() << record;
-            ++failed;
-        }
-        int status = 0;
-        while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-        }
-        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-            ADD_FAILURE() << "a worker running fault cases did not finish";
-        }
-    }
-    return failed;
 }
 
 // How often the stage makes `call` when nothing fails, checked to be a clean
@@ -187,7 +122,8 @@ std::optional<faults::Fault> replayedFault(Call call) {
 
 void failEveryOccurrence(Stage stage, Call call) {
     if (const auto fault = replayedFault(call)) {
-        const std::size_t failed = runCases(stage, {*fault});
+        const std::size_t failed = faulttest::runCases(
+            {*fault}, [&](const faults::Fault& each) { return runCase(stage, each); });
         std::cout << "1 fault case replayed, " << failed << " failed" << std::endl;
         return;
     }
@@ -199,7 +135,8 @@ void failEveryOccurrence(Stage stage, Call call) {
             cases.push_back(faults::Fault{call, occurrence, error});
         }
     }
-    const std::size_t failed = runCases(stage, cases);
+    const std::size_t failed =
+        faulttest::runCases(cases, [&](const faults::Fault& each) { return runCase(stage, each); });
     std::cout << faults::nameOf(call) << ": " << count << " calls\n"
               << cases.size() << " fault cases, " << failed << " failed" << std::endl;
 }
@@ -210,9 +147,10 @@ std::string paramName(const ::testing::TestParamInfo<Call>& info) {
 
 // The calls a whole uninstall makes when Tavio is not running.
 const std::vector<Call> kUninstallCalls = {
-    Call::open,  Call::openat,  Call::fstatat,   Call::statx,   Call::fstat,
-    Call::lstat, Call::opendir, Call::fdopendir, Call::readdir, Call::unlinkat,
-    Call::close, Call::read,    Call::fsync,     Call::fcntl,   Call::readlinkat,
+    Call::open,  Call::openat,     Call::fstatat,   Call::statx,   Call::fstat,
+    Call::lstat, Call::opendir,    Call::fdopendir, Call::readdir, Call::unlinkat,
+    Call::close, Call::read,       Call::write,     Call::fsync,   Call::mkdirat,
+    Call::fcntl, Call::readlinkat, Call::getrandom, Call::linkat,
 };
 
 // The calls of a preferences file's rewrite.

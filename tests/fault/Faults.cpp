@@ -2,11 +2,13 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
@@ -39,12 +41,16 @@ constexpr std::array<const char*, kCallCount> kNames = {
     "getrandom",
     "pidfd_open",
     "pidfd_send_signal",
+    "linkat",
 };
 
 std::atomic<bool> armed{false};
 std::array<std::atomic<std::uint64_t>, kCallCount> counts{};
 std::optional<Fault> planned;
 std::atomic<bool> reached{false};
+constexpr std::size_t kLogLimit = 100'000;
+std::array<LoggedCall, kLogLimit> log{};
+std::atomic<std::size_t> logged{0};
 
 }  // namespace
 
@@ -106,12 +112,14 @@ std::vector<int> realisticErrors(Call call) {
             return {EMFILE, ENFILE, ENOMEM};
         case Call::pidfdSendSignal:
             return {EPERM};
+        case Call::linkat:
+            return {EACCES, EPERM, EROFS, EIO, ENOSPC, EDQUOT, EEXIST, ENOENT};
     }
     return {};
 }
 
 std::string Fault::describe() const {
-    const char* errorName = strerrorname_np(error);
+    const char* errorName = error == kCrash ? "crash" : strerrorname_np(error);
     return std::string(nameOf(call)) + " #" + std::to_string(occurrence) + " " +
            (errorName != nullptr ? errorName : std::to_string(error));
 }
@@ -122,6 +130,7 @@ void arm(std::optional<Fault> fault) {
     }
     planned = fault;
     reached.store(false);
+    logged.store(0);
     armed.store(true);
 }
 
@@ -142,20 +151,37 @@ bool fired() {
     return reached.load();
 }
 
+std::vector<LoggedCall> callLog() {
+    const std::size_t count = std::min(logged.load(), kLogLimit);
+    return std::vector<LoggedCall>(log.begin(), log.begin() + static_cast<std::ptrdiff_t>(count));
+}
+
 Paused::Paused() : wasArmed_(armed.exchange(false)) {}
 
 Paused::~Paused() {
     armed.store(wasArmed_);
 }
 
-// The errno the current call must fail with, or 0 to make it.
-int decide(Call call) {
+// The errno the current call must fail with, or 0 to make it. A planned
+// crash ends the process here, before the call.
+int decide(Call call, int fd = -1) {
     if (!armed.load(std::memory_order_relaxed)) {
         return 0;
     }
     const std::uint64_t occurrence = ++counts[static_cast<std::size_t>(call)];
+    const std::size_t slot = logged.fetch_add(1);
+    if (slot < kLogLimit) {
+        log[slot] = LoggedCall{call, fd};
+    }
     if (planned && planned->call == call && planned->occurrence == occurrence) {
         reached.store(true);
+        if (planned->error == kCrash) {
+            // The first process of a PID namespace is deaf to its own
+            // SIGKILL; it ends the same way, with nothing flushed or closed
+            // by the program itself.
+            (void)::kill(::getpid(), SIGKILL);
+            ::_exit(128 + SIGKILL);
+        }
         return planned->error;
     }
     return 0;
@@ -194,6 +220,7 @@ ssize_t __real_read(int, void*, size_t);
 ssize_t __real_write(int, const void*, size_t);
 int __real_fsync(int);
 int __real_renameat(int, const char*, int, const char*);
+int __real_linkat(int, const char*, int, const char*, int);
 int __real_mkdirat(int, const char*, mode_t);
 int __real_fchmod(int, mode_t);
 int __real_fcntl(int, int, ...);
@@ -222,7 +249,7 @@ int __wrap_openat(int dirFD, const char* name, int flags, ...) {
     va_start(args, flags);
     const mode_t mode = modeArgument(flags, args);
     va_end(args);
-    if (const int error = decide(Call::openat)) {
+    if (const int error = decide(Call::openat, dirFD)) {
         return failWith(error);
     }
     return __real_openat(dirFD, name, flags, mode);
@@ -278,7 +305,7 @@ struct dirent* __wrap_readdir(DIR* dir) {
 }
 
 int __wrap_unlinkat(int dirFD, const char* name, int flags) {
-    if (const int error = decide(Call::unlinkat)) {
+    if (const int error = decide(Call::unlinkat, dirFD)) {
         return failWith(error);
     }
     return __real_unlinkat(dirFD, name, flags);
@@ -300,17 +327,24 @@ ssize_t __wrap_read(int fd, void* buffer, size_t size) {
 }
 
 ssize_t __wrap_write(int fd, const void* buffer, size_t size) {
-    if (const int error = decide(Call::write)) {
+    if (const int error = decide(Call::write, fd)) {
         return failWith<ssize_t>(error);
     }
     return __real_write(fd, buffer, size);
 }
 
 int __wrap_fsync(int fd) {
-    if (const int error = decide(Call::fsync)) {
+    if (const int error = decide(Call::fsync, fd)) {
         return failWith(error);
     }
     return __real_fsync(fd);
+}
+
+int __wrap_linkat(int fromFD, const char* from, int toFD, const char* to, int flags) {
+    if (const int error = decide(Call::linkat, toFD)) {
+        return failWith(error);
+    }
+    return __real_linkat(fromFD, from, toFD, to, flags);
 }
 
 int __wrap_renameat(int fromFD, const char* from, int toFD, const char* to) {
@@ -321,7 +355,7 @@ int __wrap_renameat(int fromFD, const char* from, int toFD, const char* to) {
 }
 
 int __wrap_mkdirat(int dirFD, const char* name, mode_t mode) {
-    if (const int error = decide(Call::mkdirat)) {
+    if (const int error = decide(Call::mkdirat, dirFD)) {
         return failWith(error);
     }
     return __real_mkdirat(dirFD, name, mode);

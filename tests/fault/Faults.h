@@ -40,8 +40,13 @@ enum class Call : int {
     getrandom,
     pidfdOpen,
     pidfdSendSignal,
+    linkat,
 };
-inline constexpr std::size_t kCallCount = static_cast<std::size_t>(Call::pidfdSendSignal) + 1;
+inline constexpr std::size_t kCallCount = static_cast<std::size_t>(Call::linkat) + 1;
+
+// Not an errno: a fault with this "error" kills the process with SIGKILL just
+// before the call is made, as a power cut or the out-of-memory killer would.
+inline constexpr int kCrash = -9;
 
 const char* nameOf(Call call);
 std::optional<Call> callNamed(std::string_view name);
@@ -58,7 +63,7 @@ struct Fault {
     std::uint64_t occurrence;
     int error;
 
-    std::string describe() const;  // "openat #12 EACCES": enough to replay it
+    std::string describe() const;  // "openat #12 EACCES" or "openat #12 crash": to replay it
 };
 
 using Counts = std::array<std::uint64_t, kCallCount>;
@@ -71,6 +76,18 @@ Counts countsSoFar();
 Counts disarm();
 // Whether the armed fault was reached.
 bool fired();
+
+// The calls of the armed stretch up to now, in the order they were made (at
+// most the first 100,000), each with the descriptor or folder descriptor it
+// was given (-1 where the call takes none): for checking the order of
+// writes and syncs.
+struct LoggedCall {
+    Call call;
+    int fd;
+
+    bool operator==(const LoggedCall&) const = default;
+};
+std::vector<LoggedCall> callLog();
 
 // Stops counting for the life of the object: for a test's own look in the
 // middle of an armed run.

@@ -28,6 +28,10 @@ const char* kindName(RemovalReason::Kind kind) {
             return "reappeared";
         case Kind::runningNotChecked:
             return "runningNotChecked";
+        case Kind::notVerifiedBefore:
+            return "notVerifiedBefore";
+        case Kind::notRecorded:
+            return "notRecorded";
         case Kind::notADirectory:
             return "notADirectory";
     }

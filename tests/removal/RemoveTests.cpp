@@ -164,12 +164,18 @@ TEST_F(RemoveTest, DirectoryReplacedSinceItWasIdentifiedIsNotTouched) {
     EXPECT_EQ(readFile(at("Tavio.app/someone-elses")), "keep");
 }
 
-TEST_F(RemoveTest, ExpectedIdentityIsIgnoredForFilesAndLinks) {
+// A folder was expected: a file or a link in its place is not what was
+// checked, and stays.
+TEST_F(RemoveTest, ExpectedFolderRefusesAFileOrALinkInItsPlace) {
     writeFile(at("file"), "x");
     makeLink(outside(), at("link"));
     const FileIdentity unrelated{1, 2};
-    EXPECT_EQ(remover().remove({"file"}, unrelated), RemovalOutcome::removed());
-    EXPECT_EQ(remover().remove({"link"}, unrelated), RemovalOutcome::linkRemoved());
+    EXPECT_EQ(remover().remove({"file"}, unrelated),
+              RemovalOutcome::failed({{at("file"), RemovalReason::changedSinceVerification()}}));
+    EXPECT_EQ(remover().remove({"link"}, unrelated),
+              RemovalOutcome::failed({{at("link"), RemovalReason::changedSinceVerification()}}));
+    EXPECT_EQ(readFile(at("file")), "x");
+    EXPECT_TRUE(testsupport::isLink(at("link")));
 }
 
 TEST_F(RemoveTest, RemoverCanBeReusedForManyItems) {

@@ -11,11 +11,18 @@
 #include "base/SystemCalls.h"
 #include "base/UniqueFd.h"
 #include "platform/linux/BundleSeal.h"
-#include "platform/linux/BundleWalk.h"
-#include "platform/linux/FileDigest.h"
+#include "target/BundleWalk.h"
+#include "target/FileDigest.h"
 #include "platform/linux/WriteAll.h"
 
 namespace platform {
+
+using target::BundleEntries;
+using target::BundleEntry;
+using target::BundleWalk;
+using target::FileDigest;
+using target::Sha256;
+using target::VisitedEntry;
 namespace {
 
 const std::string kContents = "Contents";

@@ -10,7 +10,7 @@
 #include "AppBundleFixture.h"
 #include "ChildProcess.h"
 #include "base/UniqueFd.h"
-#include "platform/linux/BundleWalk.h"
+#include "target/BundleWalk.h"
 
 namespace {
 
@@ -262,7 +262,7 @@ TEST_F(BundleSealTest, SomethingBesideContentsAtTheTopIsRefused) {
 TEST_F(BundleSealTest, AFolderNestedTooDeeplyIsRefused) {
     makeSealedBundle();
     std::string deep = at("Resources");
-    for (int i = 0; i <= platform::BundleWalk::kDepthLimit; ++i) {
+    for (int i = 0; i <= target::BundleWalk::kDepthLimit; ++i) {
         deep += "/d";
     }
     testsupport::makeDirectories(deep);

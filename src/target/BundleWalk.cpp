@@ -1,4 +1,4 @@
-#include "platform/linux/BundleWalk.h"
+#include "target/BundleWalk.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -12,7 +12,7 @@
 #include "base/SystemCalls.h"
 #include "base/UniqueFd.h"
 
-namespace platform {
+namespace target {
 namespace {
 
 constexpr int kLinkHopLimit = 40;
@@ -212,4 +212,4 @@ bool BundleWalk::linksStayInside(const BundleEntries& entries) {
     return true;
 }
 
-}  // namespace platform
+}  // namespace target

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace platform {
+namespace target {
 
 using Sha256 = std::array<unsigned char, 32>;
 
@@ -34,4 +34,4 @@ class FileDigest {
     std::vector<unsigned char> buffer_;
 };
 
-}  // namespace platform
+}  // namespace target

@@ -6,7 +6,7 @@
 #include <map>
 #include <string>
 
-namespace platform {
+namespace target {
 
 // What one entry below a bundle's "Contents" folder is.
 struct BundleEntry {
@@ -63,4 +63,4 @@ class BundleWalk {
     static bool linksStayInside(const BundleEntries& entries);
 };
 
-}  // namespace platform
+}  // namespace target

@@ -1,4 +1,4 @@
-#include "platform/linux/FileDigest.h"
+#include "target/FileDigest.h"
 
 #include <fcntl.h>
 #include <openssl/evp.h>
@@ -10,7 +10,7 @@
 #include "base/SystemCalls.h"
 #include "base/UniqueFd.h"
 
-namespace platform {
+namespace target {
 namespace {
 
 constexpr std::size_t kBlockSize = std::size_t{1024} * 1024;
@@ -35,7 +35,9 @@ std::optional<Sha256> FileDigest::ofFile(int folderFD,
         status.st_dev != expected.st_dev || status.st_ino != expected.st_ino) {
         return std::nullopt;
     }
+#ifdef POSIX_FADV_SEQUENTIAL  // not every system has the hint
     (void)::posix_fadvise(fd.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+#endif
     return ofDescriptor(fd.get());
 }
 
@@ -64,4 +66,4 @@ std::optional<Sha256> FileDigest::ofDescriptor(int fd) {
     return digest;
 }
 
-}  // namespace platform
+}  // namespace target
