@@ -50,7 +50,8 @@ enum class PreferencesHost {
 // system that cannot make a file without a name, step 1 makes it under its
 // temporary name (O_EXCL), so a crash during steps 1 to 3 may leave a
 // temporary, possibly half written, beside the old file whole. A failure
-// (rather than a crash) at any step removes the temporary.
+// (rather than a crash) at any step removes the temporary, or, should even
+// that fail, leaves it to a later run as if the process had been killed.
 //
 // A temporary of the file <file> is named ".<file>.uninstall-tavio-" and eight
 // characters out of 0-9 and a-z, a pattern of this program's own; see
