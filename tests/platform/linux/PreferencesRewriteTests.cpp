@@ -126,8 +126,8 @@ class RewriteTest : public testsupport::PreferencesRewriteTest {
         store.removeKeys(kDomain, host, keys);
         const auto counts = faults::disarm();
         testsupport::writeFile(path, bytes);
-        return faults::Fault{faults::Call::openat, counts[static_cast<int>(faults::Call::openat)],
-                             EOPNOTSUPP};
+        return faults::Fault{faults::Call::openat,
+                             counts[static_cast<std::size_t>(faults::Call::openat)], EOPNOTSUPP};
     }
 
     // Removes `keys` on `host` with `fault` armed, and checks that a fault
@@ -140,7 +140,8 @@ class RewriteTest : public testsupport::PreferencesRewriteTest {
         const auto counts = faults::disarm();
         if (fault) {
             EXPECT_TRUE(faults::fired());
-            EXPECT_EQ(counts[static_cast<int>(faults::Call::openat)], fault->occurrence + 1);
+            EXPECT_EQ(counts[static_cast<std::size_t>(faults::Call::openat)],
+                      fault->occurrence + 1);
         }
     }
 };
