@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <cstdio>
 #include <limits>
 #include <optional>
 #include <string>
@@ -20,8 +21,9 @@
 // Interruption: the calls that a signal can interrupt before they have done
 // anything (open, openat, read, write, getrandom) are retried until they
 // answer for real: an interrupted call is never a failure to report. The
-// others are not retried: fstatat() and unlinkat() do not wait for anything a
-// signal breaks off, so an EINTR from them is reported like any other error;
+// others are not retried: fstatat(), unlinkat(), linkat() and renameat() do
+// not wait for anything a signal breaks off, so an EINTR from them is
+// reported like any other error;
 // fcntl(F_DUPFD_CLOEXEC) cannot block; and close() is not among these at all,
 // because on Linux the descriptor is released whatever close() answers, so a
 // retry could close someone else's.
@@ -75,6 +77,46 @@ inline int openFileAt(int dirFD, const char* name) {
 // Makes the new file `name` relative to `dirFD`, with kFileCreateFlags.
 inline int createFileAt(int dirFD, const char* name, mode_t mode) {
     return sys::openat(dirFD, name, kFileCreateFlags, mode);
+}
+
+// How a file without a name is made in a folder: it is written through its
+// descriptor alone, and vanishes with its last descriptor (or, after a crash,
+// when the file system is next mounted) unless linkDescriptorAt() names it.
+inline constexpr int kUnnamedFileFlags = O_TMPFILE | O_WRONLY | O_CLOEXEC;
+
+// Makes a new file without a name in the folder `dirFD`, with
+// kUnnamedFileFlags. A file system that cannot make one answers EOPNOTSUPP; a
+// kernel older than unnamed files answers EISDIR or EINVAL.
+inline int createUnnamedFileIn(int dirFD, mode_t mode) {
+    return sys::openat(dirFD, ".", kUnnamedFileFlags, mode);
+}
+
+// Gives `fromName` relative to `fromDirFD` the second name `toName` relative
+// to `toDirFD`. Never replaces an entry that is there already (EEXIST).
+inline int linkAt(int fromDirFD, const char* fromName, int toDirFD, const char* toName, int flags) {
+    return ::linkat(fromDirFD, fromName, toDirFD, toName, flags);
+}
+
+// Gives the open file `fd` (a file without a name, typically) the name
+// `toName` relative to `toDirFD`, never replacing an entry (EEXIST). Naming a
+// descriptor directly takes a capability that an ordinary user lacks on many
+// kernels, which then answer ENOENT or EPERM; the file is then named through
+// its entry in /proc/self/fd, which needs none (but needs /proc).
+inline int linkDescriptorAt(int fd, int toDirFD, const char* toName) {
+    if (linkAt(fd, "", toDirFD, toName, AT_EMPTY_PATH) == 0) {
+        return 0;
+    }
+    if (errno != ENOENT && errno != EPERM) {
+        return -1;
+    }
+    const std::string path = "/proc/self/fd/" + std::to_string(fd);
+    return linkAt(AT_FDCWD, path.c_str(), toDirFD, toName, AT_SYMLINK_FOLLOW);
+}
+
+// Moves `fromName` relative to `fromDirFD` to `toName` relative to `toDirFD`,
+// replacing what is there in one step.
+inline int renameAt(int fromDirFD, const char* fromName, int toDirFD, const char* toName) {
+    return ::renameat(fromDirFD, fromName, toDirFD, toName);
 }
 
 // A second descriptor for what `fd` refers to, close-on-exec (dup() would

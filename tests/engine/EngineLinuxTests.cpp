@@ -1,6 +1,7 @@
 // Whole runs of the engine with the real Linux adapters, a footprint planted
 // by the footprint library in a temporary home, and the real quit-aware
 // player started from the planted Tavio.app.
+#include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -235,6 +236,37 @@ TEST_F(EngineLinuxTest, FileRecreatedAfterRemovalIsReportedAsCreatedAgain) {
     ASSERT_EQ(remaining.size(), 1u);
     EXPECT_EQ(remaining[0].path, caches);
     EXPECT_EQ(remaining[0].reason, "It was created again after removal");
+}
+
+// What a preferences rewrite killed before its rename left beside the file
+// holds the product's settings. While it is too recent to be taken for a
+// leftover (another copy may still be rewriting), the run cannot complete and
+// says that the settings remain; once it is old enough, the next run removes
+// it and completes.
+TEST_F(EngineLinuxTest, LeftoverOfAKilledPreferencesRewriteIsRemovedOnceOldEnough) {
+    const std::string leftover =
+        home() + "/Library/Preferences/." + kId + ".plist.uninstall-tavio-k3x9a7q0";
+    writeFile(leftover, "<?xml version=\"1.0\"?><plist><dict/></plist>");
+    const UninstallEngine e = engine();
+
+    const UninstallReport first = e.run(scan(e), [](const UninstallEvent&) {});
+
+    EXPECT_EQ(first.outcome, UninstallOutcome::incomplete);
+    const auto remaining = first.remaining();
+    ASSERT_EQ(remaining.size(), 1u);
+    EXPECT_EQ(remaining[0].path, kId);
+    EXPECT_TRUE(exists(leftover));
+
+    const timespec longAgo{::time(nullptr) - 2 * 60 * 60, 0};
+    const timespec times[2] = {longAgo, longAgo};
+    ASSERT_EQ(::utimensat(AT_FDCWD, leftover.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+    const Inventory again = scan(e);
+    const UninstallReport second = e.run(again, [](const UninstallEvent&) {});
+
+    EXPECT_EQ(second.outcome, UninstallOutcome::completed);
+    EXPECT_FALSE(exists(leftover));
+    EXPECT_FALSE(e.preferences->hasValues(kId));
+    expectCanariesIntact();
 }
 
 TEST_F(EngineLinuxTest, FileTheUserMayNotDeleteIsTheOnlyThingThatRemains) {

@@ -1,7 +1,6 @@
 #include "platform/linux/FilePreferencesAccess.h"
 
 #include <fcntl.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,7 +13,7 @@
 #include "base/SystemCalls.h"
 #include "base/Trap.h"
 #include "base/UniqueFd.h"
-#include "platform/linux/WriteAll.h"
+#include "platform/linux/PreferencesTemporary.h"
 #include "target/PropertyList.h"
 
 namespace platform {
@@ -66,50 +65,23 @@ bool stillThere(const StoredFile& file) {
            isSameFile(now, file.status);
 }
 
-// A new, empty file beside the one it will replace, under a name nobody else
-// uses: the preferences file's name with a random suffix.
-std::optional<std::pair<UniqueFd, std::string>> createTemporary(const StoredFile& file) {
-    static constexpr char kDigits[] = "0123456789abcdefghijklmnopqrstuvwxyz";
-    for (int attempt = 0; attempt < 8; ++attempt) {
-        unsigned char random[8] = {};
-        if (sys::getrandom(random, sizeof random, 0) != sizeof random) {
-            return std::nullopt;
-        }
-        std::string name = file.name + ".";
-        for (const unsigned char byte : random) {
-            name += kDigits[byte % 36];
-        }
-        UniqueFd fd(sys::createFileAt(file.folder.get(), name.c_str(), 0600));
-        if (fd) {
-            return std::make_pair(std::move(fd), std::move(name));
-        }
-        if (errno != EEXIST) {
-            return std::nullopt;
-        }
-    }
-    return std::nullopt;
-}
-
-// Writes the new content to a temporary file, flushes it and renames it over
-// the old file; the old file is never opened for writing, so until the
-// rename it stays whole. The temporary file is removed on every failure.
+// Puts the new content in place of the old file: written in full to a
+// temporary beside it, flushed, then renamed over it; the old file is never
+// opened for writing, so until the rename it stays whole. The temporary is
+// removed on every failure.
 void replaceAtomically(const StoredFile& file, const std::string& bytes) {
-    auto temporary = createTemporary(file);
+    const int folder = file.folder.get();
+    const auto temporary = writeTemporary(folder, file.name, bytes, file.status.st_mode & 07777);
     if (!temporary) {
         return;
     }
-    auto& [fd, name] = *temporary;
-    const bool written = writeAll(fd.get(), bytes) &&
-                         ::fchmod(fd.get(), file.status.st_mode & 07777) == 0 &&
-                         ::fsync(fd.get()) == 0;
-    fd.reset();
-    if (!written || !stillThere(file) ||
-        ::renameat(file.folder.get(), name.c_str(), file.folder.get(), file.name.c_str()) != 0) {
-        (void)sys::unlinkAt(file.folder.get(), name.c_str());
+    if (!stillThere(file) ||
+        sys::renameAt(folder, temporary->c_str(), folder, file.name.c_str()) != 0) {
+        (void)sys::unlinkAt(folder, temporary->c_str());
         return;
     }
-    // Makes the rename itself durable.
-    (void)::fsync(file.folder.get());
+    // Makes the temporary's name and the rename durable.
+    (void)::fsync(folder);
 }
 
 // The folder of one host's files, reached from the home folder one level at
@@ -142,8 +114,13 @@ std::optional<StoredFile> readStored(UniqueFd folder, std::string name) {
     return StoredFile{std::move(folder), std::move(name), status, std::move(*list)};
 }
 
-// The domain's file of one host, when it can be read and is a dictionary.
-std::optional<StoredFile> readHost(const FilePreferencesAccess& store,
+// The folder of the domain's file on one host, and the file's name there.
+struct HostFolder {
+    UniqueFd folder;
+    std::string fileName;
+};
+
+std::optional<HostFolder> openHost(const FilePreferencesAccess& store,
                                    const std::string& domain,
                                    PreferencesHost host) {
     checkDomain(domain);
@@ -155,7 +132,62 @@ std::optional<StoredFile> readHost(const FilePreferencesAccess& store,
     if (!folder) {
         return std::nullopt;
     }
-    return readStored(std::move(folder), domain + (byHost ? "." + store.hostID : "") + ".plist");
+    return HostFolder{std::move(folder), domain + (byHost ? "." + store.hostID : "") + ".plist"};
+}
+
+// The domain's file of one host, when it can be read and is a dictionary.
+std::optional<StoredFile> readHost(const FilePreferencesAccess& store,
+                                   const std::string& domain,
+                                   PreferencesHost host) {
+    auto place = openHost(store, domain, host);
+    return place ? readStored(std::move(place->folder), std::move(place->fileName)) : std::nullopt;
+}
+
+// Like readHost(), but first removes the old leftovers of the host's file
+// that a killed rewrite left: every change to a host starts with them.
+std::optional<StoredFile> readHostAfterLeftovers(const FilePreferencesAccess& store,
+                                                 const std::string& domain,
+                                                 PreferencesHost host) {
+    auto place = openHost(store, domain, host);
+    if (!place) {
+        return std::nullopt;
+    }
+    removeLeftoverTemporaries(place->folder.get(), place->fileName, store.userID);
+    return readStored(std::move(place->folder), std::move(place->fileName));
+}
+
+// Whether one host holds the domain's keys, or a leftover temporary of its
+// file: a leftover holds the domain's settings too, so until it is removed
+// they are not gone.
+bool hostHasValues(const FilePreferencesAccess& store,
+                   const std::string& domain,
+                   PreferencesHost host) {
+    auto place = openHost(store, domain, host);
+    if (!place) {
+        return false;
+    }
+    if (holdsLeftoverTemporary(place->folder.get(), place->fileName, store.userID)) {
+        return true;
+    }
+    const auto file = readStored(std::move(place->folder), std::move(place->fileName));
+    return file && !file->list.keys().empty();
+}
+
+// Removes the keys that are there of `keys` from `file`: rewrites it when
+// others are left, removes it when none is.
+void removeFrom(StoredFile& file, const std::vector<std::string>& keys) {
+    if (file.list.removeKeys(keys) == 0) {
+        return;
+    }
+    if (!file.list.keys().empty()) {
+        if (const auto bytes = file.list.serialized()) {
+            replaceAtomically(file, *bytes);
+        }
+        return;
+    }
+    if (stillThere(file) && sys::unlinkAt(file.folder.get(), file.name.c_str()) == 0) {
+        (void)::fsync(file.folder.get());
+    }
 }
 
 }  // namespace
@@ -189,25 +221,15 @@ std::vector<std::string> FilePreferencesAccess::keys(const std::string& domain,
 void FilePreferencesAccess::removeKeys(const std::string& domain,
                                        PreferencesHost host,
                                        const std::vector<std::string>& keys) const {
-    auto file = readHost(*this, domain, host);
-    if (!file || file->list.removeKeys(keys) == 0) {
-        return;
-    }
-    if (!file->list.keys().empty()) {
-        if (const auto bytes = file->list.serialized()) {
-            replaceAtomically(*file, *bytes);
-        }
-        return;
-    }
-    if (stillThere(*file) && sys::unlinkAt(file->folder.get(), file->name.c_str()) == 0) {
-        (void)::fsync(file->folder.get());
+    if (auto file = readHostAfterLeftovers(*this, domain, host)) {
+        removeFrom(*file, keys);
     }
 }
 
 bool FilePreferencesAccess::hasValues(const std::string& domain) const {
     checkDomain(domain);
     for (const PreferencesHost host : hosts) {
-        if (!keys(domain, host).empty()) {
+        if (hostHasValues(*this, domain, host)) {
             return true;
         }
     }
@@ -217,9 +239,8 @@ bool FilePreferencesAccess::hasValues(const std::string& domain) const {
 void FilePreferencesAccess::removeAll(const std::string& domain) const {
     checkDomain(domain);
     for (const PreferencesHost host : hosts) {
-        const std::vector<std::string> listed = keys(domain, host);
-        if (!listed.empty()) {
-            removeKeys(domain, host, listed);
+        if (auto file = readHostAfterLeftovers(*this, domain, host)) {
+            removeFrom(*file, file->list.keys());
         }
     }
 }

@@ -1,14 +1,6 @@
 // The store's folders are reached like every removable item: no link is
-// followed from Library down, and every folder must be the user's. And a
-// rewrite that is cut short leaves the old file whole.
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <stddef.h>
-#include <sys/prctl.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
-
-#include "ChildProcess.h"
+// followed from Library down, and every folder must be the user's. (A
+// rewrite that is cut short: PreferencesRewriteTests.cpp.)
 #include "PreferencesFixture.h"
 
 namespace {
@@ -18,7 +10,6 @@ using platform::PreferencesHost;
 using testsupport::FilePreferencesAccessTest;
 using testsupport::kDomain;
 using testsupport::kHostID;
-using testsupport::readFile;
 using testsupport::sameFileAndTime;
 using testsupport::statOf;
 
@@ -122,65 +113,6 @@ TEST_F(FilePreferencesAccessTest, FoldersOwnedBySomeoneElseAreRefused) {
 
     EXPECT_TRUE(sameFileAndTime(statOf(anyHostFile), anyBefore));
     EXPECT_TRUE(sameFileAndTime(statOf(currentHostFile), currentBefore));
-}
-
-// Installs a filter that kills this process the moment it tries to rename
-// anything: the crash lands exactly between writing the new file and putting
-// it in place.
-bool dieOnRename() {
-    std::vector<sock_filter> program{
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
-    for (const long call : {
-#ifdef __NR_rename
-             static_cast<long>(__NR_rename),
-#endif
-#ifdef __NR_renameat
-             static_cast<long>(__NR_renameat),
-#endif
-             static_cast<long>(__NR_renameat2)}) {
-        program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<__u32>(call), 0, 1));
-        program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS));
-    }
-    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
-    const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
-    const rlimit noCore{0, 0};
-    return ::setrlimit(RLIMIT_CORE, &noCore) == 0 &&
-           ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-           ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
-}
-
-TEST_F(FilePreferencesAccessTest, CrashBetweenWriteAndRenameLeavesTheOldFileWhole) {
-    plant(anyHostFile, {"Volume", "SubtitleLanguage", "ShowPlaylist"});
-    const std::string oldBytes = readFile(anyHostFile);
-    const struct stat before = statOf(anyHostFile);
-
-    const auto answer = testsupport::runInChild([&]() -> std::string {
-        if (!dieOnRename()) {
-            return "no filter";
-        }
-        store.removeKeys(kDomain, PreferencesHost::anyHost, {"SubtitleLanguage"});
-        return "survived";
-    });
-
-    ASSERT_FALSE(answer.has_value()) << *answer;  // killed at the rename
-    EXPECT_EQ(readFile(anyHostFile), oldBytes);
-    EXPECT_TRUE(sameFileAndTime(statOf(anyHostFile), before));
-    // The new content had been written in full beside it.
-    const auto names = testsupport::listNames(preferences);
-    ASSERT_EQ(names.size(), 3u) << testing::PrintToString(names);
-    const std::string leftover = preferences + "/" + names[2];
-    ASSERT_TRUE(names[2].starts_with(std::string(kDomain) + ".plist.")) << names[2];
-    EXPECT_EQ(keysIn(leftover), (std::vector<std::string>{"Volume", "ShowPlaylist"}));
-
-    // The leftover is never taken for the preferences, and does not get in
-    // the way of the next rewrite.
-    EXPECT_EQ(store.keys(kDomain, PreferencesHost::anyHost),
-              (std::vector<std::string>{"Volume", "SubtitleLanguage", "ShowPlaylist"}));
-    store.removeKeys(kDomain, PreferencesHost::anyHost, {"Volume"});
-    EXPECT_EQ(keysIn(anyHostFile), (std::vector<std::string>{"SubtitleLanguage", "ShowPlaylist"}));
-    store.removeAll(kDomain);
-    EXPECT_FALSE(store.hasValues(kDomain));
-    EXPECT_TRUE(testsupport::exists(leftover));
 }
 
 }  // namespace
