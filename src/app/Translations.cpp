@@ -12,7 +12,7 @@ namespace app {
 namespace {
 
 // Kept equal to what the core produces by a test that asks the core for
-// every reason and every verification problem.
+// every reason, every verification problem and the notes of a scan.
 constexpr const char* kCoreTexts[] = {
     // Removal reasons.
     QT_TRANSLATE_NOOP("Core", "System error %d"),

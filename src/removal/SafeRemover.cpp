@@ -157,6 +157,28 @@ std::optional<FileIdentity> SafeRemover::identity(const Components& components) 
     return FileIdentity{walked->leafStat->st_dev, walked->leafStat->st_ino};
 }
 
+RemovalOutcome SafeRemover::removeFolder(const Walked& walked,
+                                         const Components& components,
+                                         const std::optional<FileIdentity>& expecting,
+                                         const RemovalFilter* filter) const {
+    const std::string path = displayPath(components);
+    if (requiresOwnedAnchor && walked.leafStat->st_uid != userID) {
+        return RemovalOutcome::failed({{path, RemovalReason::notOwnedByCurrentUser()}});
+    }
+    // The anchor's volume is what every folder of the tree is compared with;
+    // when it cannot be learnt, no folder could be checked, so the item is
+    // not entered at all.
+    auto volume = volumeOf(walked.anchorFD.get(), walked.anchorDevice);
+    if (auto* reason = std::get_if<RemovalReason>(&volume)) {
+        return RemovalOutcome::failed({{path, std::move(*reason)}});
+    }
+    std::vector<RemovalFailure> failures;
+    removeTree(walked.parentFD(), components.back(), path, std::get<VolumeIdentity>(volume),
+               expecting, failures, filter);
+    return failures.empty() ? RemovalOutcome::removed()
+                            : RemovalOutcome::failed(std::move(failures));
+}
+
 RemovalOutcome SafeRemover::remove(const Components& components,
                                    const std::optional<FileIdentity>& expecting,
                                    const RemovalFilter* filter) const {
@@ -174,21 +196,7 @@ RemovalOutcome SafeRemover::remove(const Components& components,
     const struct stat& leaf = *walked.leafStat;
 
     if (isDirectory(leaf)) {
-        if (requiresOwnedAnchor && leaf.st_uid != userID) {
-            return RemovalOutcome::failed({{path, RemovalReason::notOwnedByCurrentUser()}});
-        }
-        // The anchor's volume is what every folder of the tree is compared
-        // with; when it cannot be learnt, no folder could be checked, so the
-        // item is not entered at all.
-        auto volume = volumeOf(walked.anchorFD.get(), walked.anchorDevice);
-        if (auto* reason = std::get_if<RemovalReason>(&volume)) {
-            return RemovalOutcome::failed({{path, std::move(*reason)}});
-        }
-        std::vector<RemovalFailure> failures;
-        removeTree(walked.parentFD(), name, path, std::get<VolumeIdentity>(volume), expecting,
-                   failures, filter);
-        return failures.empty() ? RemovalOutcome::removed()
-                                : RemovalOutcome::failed(std::move(failures));
+        return removeFolder(walked, components, expecting, filter);
     }
     // A folder was expected: whatever took its place is not what was checked.
     if (expecting || filter != nullptr) {

@@ -89,6 +89,10 @@ struct SafeRemover {
     }
 
     std::variant<Walked, RemovalFailure> walk(const Components& components) const;
+    RemovalOutcome removeFolder(const Walked& walked,
+                                const Components& components,
+                                const std::optional<FileIdentity>& expecting,
+                                const RemovalFilter* filter) const;
     std::variant<base::UniqueFd, RemovalFailure> openAnchor(struct stat& anchorStat) const;
     std::variant<base::UniqueFd, RemovalReason> enterFolder(int parentFD,
                                                             const char* name,

@@ -161,6 +161,14 @@ std::optional<InventoryItem> InventoryBuilder::appItem(const std::string& direct
     return item(ItemState::present(), identity);
 }
 
+std::string interruptedRemovalNote() {
+    return base::localizedText("An earlier removal of this copy was interrupted");
+}
+
+std::string notTheRecordedCopyExplanation() {
+    return base::localizedText("Skipped: not the copy that an interrupted removal had verified");
+}
+
 // What is left of a copy whose removal was cut off: only when a record of
 // that removal exists for this very place, and the folder there is still the
 // one it describes (the same device, inode and owner, for the same product).
@@ -181,11 +189,8 @@ std::optional<InventoryItem> InventoryBuilder::remainderItem(const std::string& 
         return examined && record.identifier == context.bundleIdentifier &&
                record.identity == *identity && record.owner == status.st_uid;
     });
-    const ItemState state =
-        matches ? ItemState::present(
-                      base::localizedText("An earlier removal of this copy was interrupted"))
-                : ItemState::skipped(base::localizedText(
-                      "Skipped: not the copy that an interrupted removal had verified"));
+    const ItemState state = matches ? ItemState::present(interruptedRemovalNote())
+                                    : ItemState::skipped(notTheRecordedCopyExplanation());
     return InventoryItem{
         "app:" + path,
         ItemCategory::app,

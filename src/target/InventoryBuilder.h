@@ -21,6 +21,12 @@ namespace target {
 //
 // Every problem becomes an item state (skipped with its reason, or absent);
 // build() cannot fail. It holds no shared state and may run on any thread.
+// What a scan says of a copy whose removal was cut off: the note of one it
+// will finish, and the reason it refuses a folder that is not the recorded
+// copy. Both are in the user's language.
+std::string interruptedRemovalNote();
+std::string notTheRecordedCopyExplanation();
+
 struct InventoryBuilder {
     UninstallContext context;
     std::shared_ptr<const AppVerifying> verifier;

@@ -20,7 +20,7 @@ namespace {
 constexpr std::string_view kPrefix = "removal-";
 constexpr std::string_view kSuffix = ".plist";
 constexpr std::size_t kRandomDigits = 16;
-constexpr std::size_t kMaximumRecordSize = 64 * 1024 * 1024;
+constexpr std::size_t kMaximumRecordSize = std::size_t{64} * 1024 * 1024;
 
 bool isRecordName(const std::string& name) {
     return name.size() == kPrefix.size() + kRandomDigits + kSuffix.size() &&
@@ -275,7 +275,7 @@ void RemovalRecords::retireChain(int homeFD, const std::string& name) const {
         const base::UniqueFd chain(sys::openFolderAt(homeFD, name.c_str()));
         const base::UniqueFd list(
             chain ? sys::openFileAt(chain.get(), std::string(kMadeFolders).c_str()) : -1);
-        if (list && !sys::readAll(list.get(), text, 64 * 1024)) {
+        if (list && !sys::readAll(list.get(), text, std::size_t{64} * 1024)) {
             text.clear();
         }
     }

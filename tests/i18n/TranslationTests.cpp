@@ -23,6 +23,7 @@
 #include "base/Text.h"
 #include "removal/RemovalReason.h"
 #include "target/AppVerificationProblem.h"
+#include "target/InventoryBuilder.h"
 
 Q_IMPORT_QML_PLUGIN(UninstallTavioPlugin)
 Q_IMPORT_QML_PLUGIN(UninstallTavioAppPlugin)
@@ -48,6 +49,8 @@ std::vector<RemovalReason> everyReason() {
         RemovalReason::reappeared(),
         RemovalReason::notADirectory(),
         RemovalReason::runningNotChecked(),
+        RemovalReason::notVerifiedBefore(),
+        RemovalReason::notRecorded(),
     };
     return reasons;
 }
@@ -210,7 +213,7 @@ void TranslationTests::cleanupTestCase() {
 
 void TranslationTests::theCoreTextListIsWhatTheCoreAsksFor() {
     // The kinds are listed above in full: the last one closes each list.
-    QCOMPARE(everyReason().size(), std::size_t(RemovalReason::Kind::runningNotChecked) + 1);
+    QCOMPARE(everyReason().size(), std::size_t(RemovalReason::Kind::notRecorded) + 1);
     QCOMPARE(everyProblem().size(), std::size_t(AppVerificationProblem::Kind::unreadable) + 1);
     for (std::size_t i = 0; i < everyReason().size(); ++i) {
         QCOMPARE(std::size_t(everyReason()[i].kind()), i);
@@ -230,6 +233,8 @@ void TranslationTests::theCoreTextListIsWhatTheCoreAsksFor() {
     for (const AppVerificationProblem& problem : everyProblem()) {
         (void)problem.explanation();
     }
+    (void)target::interruptedRemovalNote();
+    (void)target::notTheRecordedCopyExplanation();
     base::setTextLookup({});
 
     std::set<std::string> listed;

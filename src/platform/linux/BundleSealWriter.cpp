@@ -11,9 +11,9 @@
 #include "base/SystemCalls.h"
 #include "base/UniqueFd.h"
 #include "platform/linux/BundleSeal.h"
+#include "platform/linux/WriteAll.h"
 #include "target/BundleWalk.h"
 #include "target/FileDigest.h"
-#include "platform/linux/WriteAll.h"
 
 namespace platform {
 
