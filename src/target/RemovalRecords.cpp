@@ -7,11 +7,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <sstream>
 
 #include "base/SystemCalls.h"
-#include "removal/TreeRemoval.h"
-#include "removal/Volume.h"
 #include "target/Paths.h"
 
 namespace target {
@@ -192,10 +189,7 @@ int RemovalRecords::makeChain(int parentFD, std::size_t first) const {
             error == 0 ? base::UniqueFd(sys::openFolderAt(current.get(), name)) : base::UniqueFd();
         error = error != 0 ? error : (current ? 0 : errno);
     }
-    std::string made;
-    for (std::size_t i = components.size() - 1; i-- > first;) {
-        made += relativeUpTo(i) + "\n";
-    }
+    const std::string made = madeList(first);
     if (error == 0 && !made.empty()) {
         error = writeDurably(current.get(), std::string(kMadeFolders), made);
     }
@@ -203,9 +197,19 @@ int RemovalRecords::makeChain(int parentFD, std::size_t first) const {
     error = error != 0 ? error : renameExclusive(parentFD, *temporary, components[first]);
     error = error != 0 ? error : (syncToDisk(parentFD) == 0 ? 0 : errno);
     if (error != 0) {
-        removeChain(parentFD, *temporary);
+        removeChain(parentFD, *temporary, first);
     }
     return error;
+}
+
+// What makeChain() lists in a chain that stands for components[first]: the
+// folders it makes on the way to the records' folder, deepest first.
+std::string RemovalRecords::madeList(std::size_t first) const {
+    std::string made;
+    for (std::size_t i = componentsBelowHome().size() - 1; i-- > first;) {
+        made += relativeUpTo(i) + "\n";
+    }
+    return made;
 }
 
 std::variant<std::string, int> RemovalRecords::write(const RemovalRecord& record) const {
@@ -266,31 +270,72 @@ void RemovalRecords::tidy() const {
     retireChain(home.get(), *retired);
 }
 
-// A records' folder moved aside by tidy(): the folders its list names go when
-// empty, deepest first and only those on the way to it, and then the folder.
+// A records' folder moved aside by tidy(): it holds the list of the folders
+// made for it and nothing else. Those folders go when empty, deepest first,
+// and then the folder. A list that says anything but what some chain of ours
+// lists is not ours, and neither is the folder: nothing is touched.
 void RemovalRecords::retireChain(int homeFD, const std::string& name) const {
     const std::size_t depth = componentsBelowHome().size();
+    const base::UniqueFd chain = openOwnedFolder(homeFD, name, userID);
+    const auto text = chain ? readOwnList(chain.get(), std::string(kMadeFolders)) : std::nullopt;
+    std::optional<std::size_t> first;
+    for (std::size_t level = 0; text && level + 1 < depth && !first; ++level) {
+        first = madeList(level) == *text ? std::optional(level) : std::nullopt;
+    }
+    if (!first) {
+        return;
+    }
+    for (std::size_t i = depth - 1; i-- > *first;) {
+        if (!removeEmptyFolder(relativeUpTo(i))) {
+            return;
+        }
+    }
+    // The list goes only once the folders it names are seen to be gone:
+    // without it, no later run would know them to be ours.
+    if (openFolderAt(relativeUpTo(*first)) || errno != ENOENT) {
+        return;
+    }
+    if (removeListIfOurs(chain.get(), *text)) {
+        (void)sys::unlinkAt(homeFD, name.c_str(), AT_REMOVEDIR);
+    }
+}
+
+// The list of folders made, `name` in `folderFD`: a regular file of the
+// user's with one link, read whole. Nothing when it is anything else.
+std::optional<std::string> RemovalRecords::readOwnList(int folderFD,
+                                                       const std::string& name) const {
+    const base::UniqueFd list(sys::openFileAt(folderFD, name.c_str()));
+    struct stat status {};
     std::string text;
-    {
-        const base::UniqueFd chain(sys::openFolderAt(homeFD, name.c_str()));
-        const base::UniqueFd list(
-            chain ? sys::openFileAt(chain.get(), std::string(kMadeFolders).c_str()) : -1);
-        if (list && !sys::readAll(list.get(), text, std::size_t{64} * 1024)) {
-            text.clear();
-        }
+    if (!list || ::fstat(list.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        status.st_uid != userID || status.st_nlink != 1 ||
+        !sys::readAll(list.get(), text, std::size_t{64} * 1024)) {
+        return std::nullopt;
     }
-    std::istringstream lines(text);
-    std::vector<std::string> made;
-    for (std::string line; std::getline(lines, line);) {
-        made.push_back(line);
+    return text;
+}
+
+// Removes the list of folders made from the last folder of a chain of ours
+// when the folder holds nothing else and the list says `expected`; or the
+// temporary it was being written under (where files cannot be made without
+// a name), cut off anywhere, when it holds the start of `expected`. Whether
+// the folder is empty now.
+bool RemovalRecords::removeListIfOurs(int folderFD, const std::string& expected) const {
+    const auto names = sys::namesIn(folderFD);
+    if (!names || names->empty()) {
+        return names.has_value();
     }
-    for (std::size_t i = depth - 1; i-- > 0;) {
-        if (std::find(made.begin(), made.end(), relativeUpTo(i)) == made.end() ||
-            !removeEmptyFolder(relativeUpTo(i))) {
-            break;
-        }
-    }
-    removeChain(homeFD, name);
+    // The temporary name of a record write, as writeDurably() makes it from
+    // the list's name.
+    const std::string listName(kMadeFolders);
+    const std::string temporary =
+        std::string(kTemporaryPrefix) + listName.substr(listName.find('-') + 1) + ".tmp";
+    const std::string& name = names->front();
+    const auto text = names->size() == 1 && (name == listName || name == temporary)
+                          ? readOwnList(folderFD, name)
+                          : std::nullopt;
+    const bool ours = text && (name == listName ? *text == expected : expected.starts_with(*text));
+    return ours && sys::unlinkAt(folderFD, name.c_str()) == 0;
 }
 
 // The folder at `relative` below the home folder, through folders of the
@@ -316,27 +361,44 @@ bool RemovalRecords::removeEmptyFolder(const std::string& relative) const {
         parent = openOwnedFolder(parent.get(), std::string(rest.substr(0, slash)), userID);
         rest.remove_prefix(slash + 1);
     }
-    // One already gone counts as removed: a run cut off half-way through
-    // leaves the rest to the next.
-    return parent && !rest.empty() &&
+    // One already gone, or whose parent is, counts as removed: a run cut off
+    // half-way through leaves the rest to the next.
+    if (!parent) {
+        return errno == ENOENT;
+    }
+    return !rest.empty() &&
            (sys::unlinkAt(parent.get(), std::string(rest).c_str(), AT_REMOVEDIR) == 0 ||
             errno == ENOENT);
 }
 
-// The whole temporary chain `name` in `parentFD`, through the guarded
-// removal: it follows no link and stays on its volume.
-void RemovalRecords::removeChain(int parentFD, const std::string& name) const {
-    struct stat parent {};
-    struct stat status {};
-    if (::fstat(parentFD, &parent) != 0 || sys::statAt(parentFD, name.c_str(), status) != 0 ||
-        !S_ISDIR(status.st_mode) || status.st_uid != userID) {
+// A chain that stands for components[level], cut off while it was made:
+// it holds at most the folders on the way, one inside the other, and in the
+// last of them the list of folders made. Each part goes only when it holds
+// nothing else; a folder is removed with rmdir, which never removes content,
+// so whatever else is found in a folder of that name stays, and the folders
+// that lead to it with it.
+void RemovalRecords::removeChain(int parentFD, const std::string& name, std::size_t level) const {
+    const std::vector<std::string> components = componentsBelowHome();
+    std::vector<std::string> names{name};
+    std::vector<base::UniqueFd> folders;
+    folders.push_back(openOwnedFolder(parentFD, name, userID));
+    for (std::size_t j = level + 1; folders.back() && j < components.size(); ++j) {
+        names.push_back(components[j]);
+        folders.push_back(openOwnedFolder(folders.back().get(), components[j], userID));
+    }
+    if (!folders.back()) {
+        folders.pop_back();
+        names.pop_back();
+    }
+    const bool whole = folders.size() == components.size() - level;
+    if (folders.empty() || (whole && !removeListIfOurs(folders.back().get(), madeList(level)))) {
         return;
     }
-    const auto volume = removal::volumeOf(parentFD, parent.st_dev);
-    if (const auto* identity = std::get_if<removal::VolumeIdentity>(&volume)) {
-        std::vector<removal::RemovalFailure> failures;
-        removal::removeTree(parentFD, name, name, *identity,
-                            removal::FileIdentity{status.st_dev, status.st_ino}, failures);
+    for (std::size_t k = folders.size(); k-- > 0;) {
+        const int parent = k == 0 ? parentFD : folders[k - 1].get();
+        if (sys::unlinkAt(parent, names[k].c_str(), AT_REMOVEDIR) != 0) {
+            return;
+        }
     }
 }
 
@@ -355,7 +417,7 @@ void RemovalRecords::sweepChains() const {
             if (i == 0 && sys::statAt(current.get(), listPath.c_str(), list) == 0) {
                 retireChain(current.get(), name);
             } else {
-                removeChain(current.get(), name);
+                removeChain(current.get(), name, i);
             }
         }
         current = openOwnedFolder(current.get(), components[i], userID);

@@ -31,8 +31,10 @@ namespace target {
 // <random>.tmp", with a file "created-folders" inside the records' folder that
 // lists the folders made, and is then renamed into place, never replacing
 // anything. A temporary chain left by a crash is recognised by its pattern,
-// owner and place and removed by the next run; the records' folder, its list
-// and the folders listed go again, when empty, once no record is left.
+// owner and place, and by holding exactly what such a chain holds: it is
+// taken apart by the next run one empty folder at a time, so that anything
+// else found under such a name stays where it is. The records' folder, its
+// list and the folders listed go again, when empty, once no record is left.
 //
 // Durability. A record is the one thing that makes a later deletion
 // legitimate, so it must be on the disk before the first deletion relies on
@@ -103,7 +105,10 @@ class RemovalRecords {
     int makeChain(int parentFD, std::size_t first) const;
     void sweepChains() const;
     bool removeEmptyFolder(const std::string& relative) const;
-    void removeChain(int parentFD, const std::string& name) const;
+    void removeChain(int parentFD, const std::string& name, std::size_t level) const;
+    std::string madeList(std::size_t first) const;
+    std::optional<std::string> readOwnList(int folderFD, const std::string& name) const;
+    bool removeListIfOurs(int folderFD, const std::string& expected) const;
     std::string relativeUpTo(std::size_t last) const;
     void retireChain(int homeFD, const std::string& name) const;
     base::UniqueFd openFolderAt(const std::string& relative) const;

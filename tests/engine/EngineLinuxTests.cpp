@@ -5,6 +5,7 @@
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,10 +16,12 @@
 
 #include "Canaries.h"
 #include "ChildProcess.h"
+#include "EngineLinuxFixture.h"
 #include "FakeAdapters.h"
 #include "Footprint.h"
 #include "SpawnedProcess.h"
 #include "TempDir.h"
+#include "base/UniqueFd.h"
 #include "engine/UninstallEngine.h"
 #include "platform/InstalledAppVerifier.h"
 #include "platform/WorkspaceProcessControl.h"
@@ -37,93 +40,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// Each test process has a product identifier of its own: the process adapter
-// finds every running player of the user, and tests run side by side.
-const std::string kId = "io.tavio.Tavio.test" + std::to_string(::getpid());
-constexpr const char* kHostID = "0123456789abcdef0123456789abcdef";
-
-class EngineLinuxTest : public ::testing::Test {
-  protected:
-    void SetUp() override { plant(); }
-
-    void plant() {
-        footprint::FootprintOptions options;
-        options.home = home();
-        options.applications = apps();
-        options.playerPath = TAVIO_PLAYER_PATH;
-        options.hostID = kHostID;
-        options.identifier = kId;
-        options.appSizeMB = 1;
-        options.cacheFiles = 300;
-        options.largeCacheFiles = 1;
-        options.largeCacheFileMB = 1;
-        const auto planted = footprint::plantFootprint(options);
-        ASSERT_TRUE(std::holds_alternative<footprint::PlantedFootprint>(planted))
-            << std::get<std::string>(planted);
-        const auto canaries = footprint::plantCanaries(home(), apps(), manifest());
-        ASSERT_FALSE(canaries.has_value()) << *canaries;
-    }
-
-    std::string home() const { return temp_ / "home"; }
-    std::string apps() const { return temp_ / "Applications"; }
-    std::string manifest() const { return temp_ / "canaries.manifest"; }
-    std::string player() const { return apps() + "/Tavio.app/Contents/MacOS/Tavio"; }
-
-    target::UninstallContext context(uid_t uid = ::getuid()) const {
-        auto made = target::UninstallContext::make(uid, {home(), "alice"}, kId);
-        made.applicationDirectories = {apps(), home() + "/Applications"};
-        return made;
-    }
-
-    UninstallEngine engine(std::chrono::milliseconds timeout = 10s, uid_t uid = ::getuid()) const {
-        const auto ctx = context(uid);
-        return UninstallEngine{
-            ctx,
-            std::make_shared<platform::WorkspaceProcessControl>(kId),
-            std::make_shared<platform::FilePreferencesAccess>(
-                home(),
-                std::vector<platform::PreferencesHost>{platform::PreferencesHost::anyHost,
-                                                       platform::PreferencesHost::currentHost},
-                kHostID, uid),
-            std::make_shared<platform::InstalledAppVerifier>(),
-            timeout,
-            50ms};
-    }
-
-    Inventory scan(const UninstallEngine& e) const {
-        return target::InventoryBuilder{e.context, e.verifier, e.preferences, "Tavio.app"}.build();
-    }
-
-    // Starts the planted player and waits until the adapter sees it running.
-    std::unique_ptr<SpawnedProcess> startPlayer(std::vector<std::string> arguments) {
-        arguments.push_back("--exit-with-parent");
-        auto process = std::make_unique<SpawnedProcess>(player(), arguments);
-        EXPECT_TRUE(process->readUntil("ready").has_value());
-        const platform::WorkspaceProcessControl control(kId);
-        const auto deadline = std::chrono::steady_clock::now() + 5s;
-        while (!control.isRunning() && std::chrono::steady_clock::now() < deadline) {
-            std::this_thread::sleep_for(5ms);
-        }
-        EXPECT_TRUE(control.isRunning());
-        return process;
-    }
-
-    void expectCanariesIntact() const {
-        const auto check = footprint::checkCanaries(home(), apps(), manifest());
-        ASSERT_TRUE(std::holds_alternative<footprint::CanaryCheck>(check));
-        const auto& result = std::get<footprint::CanaryCheck>(check);
-        EXPECT_TRUE(result.passed())
-            << "missing " << result.missing.size() << ", changed " << result.changed.size();
-    }
-
-    void recordEvents(const UninstallEvent& event) {
-        static const char* kinds[] = {"removing", "finished", "waitingForQuit"};
-        events_.push_back(kinds[static_cast<int>(event.kind())]);
-    }
-
-    TempDir temp_;
-    std::vector<std::string> events_;
-};
+using enginetest::EngineLinuxTest;
+using enginetest::kHostID;
+using enginetest::kId;
 
 TEST_F(EngineLinuxTest, TavioQuitsWithinTheWaitAndEverythingIsRemoved) {
     const UninstallEngine e = engine();
@@ -239,27 +158,27 @@ TEST_F(EngineLinuxTest, FileRecreatedAfterRemovalIsReportedAsCreatedAgain) {
 }
 
 // What a preferences rewrite killed before its rename left beside the file
-// holds the product's settings. While it is too recent to be taken for a
-// leftover (another copy may still be rewriting), the run cannot complete and
-// says that the settings remain; once it is old enough, the next run removes
-// it and completes.
-TEST_F(EngineLinuxTest, LeftoverOfAKilledPreferencesRewriteIsRemovedOnceOldEnough) {
+// holds the product's settings. While a rewrite that still runs holds it
+// (another copy of the program, say), the run cannot complete and says that
+// the settings remain; once nothing holds it, the next run removes it and
+// completes.
+TEST_F(EngineLinuxTest, LeftoverOfAKilledPreferencesRewriteIsRemovedOnceNoRewriteHoldsIt) {
     const std::string leftover =
         home() + "/Library/Preferences/." + kId + ".plist.uninstall-tavio-k3x9a7q0";
     writeFile(leftover, "<?xml version=\"1.0\"?><plist><dict/></plist>");
     const UninstallEngine e = engine();
+    {
+        const base::UniqueFd held(::open(leftover.c_str(), O_RDONLY | O_CLOEXEC));
+        ASSERT_EQ(::flock(held.get(), LOCK_EX | LOCK_NB), 0);
 
-    const UninstallReport first = e.run(scan(e), [](const UninstallEvent&) {});
+        const UninstallReport first = e.run(scan(e), [](const UninstallEvent&) {});
 
-    EXPECT_EQ(first.outcome, UninstallOutcome::incomplete);
-    const auto remaining = first.remaining();
-    ASSERT_EQ(remaining.size(), 1u);
-    EXPECT_EQ(remaining[0].path, kId);
-    EXPECT_TRUE(exists(leftover));
-
-    const timespec longAgo{::time(nullptr) - 2 * 60 * 60, 0};
-    const timespec times[2] = {longAgo, longAgo};
-    ASSERT_EQ(::utimensat(AT_FDCWD, leftover.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+        EXPECT_EQ(first.outcome, UninstallOutcome::incomplete);
+        const auto remaining = first.remaining();
+        ASSERT_EQ(remaining.size(), 1u);
+        EXPECT_EQ(remaining[0].path, kId);
+        EXPECT_TRUE(exists(leftover));
+    }
     const Inventory again = scan(e);
     const UninstallReport second = e.run(again, [](const UninstallEvent&) {});
 

@@ -1,7 +1,10 @@
 #include "CaseHome.h"
 
+#include <grp.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <stdexcept>
 #include <vector>
 
 #include "TempDir.h"
@@ -11,6 +14,16 @@ namespace faulttest {
 uid_t caseUser() {
     static const uid_t user = ::geteuid() == 0 ? 65534 : ::getuid();
     return user;
+}
+
+void becomeCaseUser() {
+    if (::geteuid() != 0) {
+        return;
+    }
+    if (::setgroups(0, nullptr) != 0 || ::setresgid(caseUser(), caseUser(), caseUser()) != 0 ||
+        ::setresuid(caseUser(), caseUser(), caseUser()) != 0) {
+        throw std::runtime_error("cannot become the case's user");
+    }
 }
 
 const char* stateName(target::ItemState::Kind kind) {

@@ -27,6 +27,9 @@ inline constexpr const char* kHostID = "0123456789abcdef0123456789abcdef";
 // set up; run as anyone else, it is that user's own.
 uid_t caseUser();
 
+// In a child: from here on the case runs as its user.
+void becomeCaseUser();
+
 // An item state as a case writes it: "present", "absent" or "skipped".
 const char* stateName(target::ItemState::Kind kind);
 

@@ -1,6 +1,7 @@
 // A run cut off at any instant: the program is killed with SIGKILL just
 // before each call of a whole run in turn (the scan, the quit of a running
-// Tavio, the removal with its records, the final check), and then a fresh run
+// Tavio, the removal with its records, the final check), and of a rewrite of
+// a preferences file that keeps some keys, and then a fresh run
 // in a new process, with nothing in its way, must finish the job: nothing of
 // Tavio left, the canaries and look-alikes whole, and no file of ours (a
 // record, a temporary file) anywhere. UT_CRASH=<call>:<occurrence> replays one
@@ -104,7 +105,7 @@ TEST(CrashTest, EveryInstantOfARunIsFinishedByTheNextRun) {
         return;
     }
     std::size_t total = 0, failed = 0;
-    for (const Stage stage : {Stage::uninstall, Stage::quit}) {
+    for (const Stage stage : {Stage::uninstall, Stage::quit, Stage::rewrite}) {
         const auto crashes = crashesOf(stage);
         ASSERT_FALSE(crashes.empty());
         total += crashes.size();

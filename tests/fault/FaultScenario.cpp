@@ -26,17 +26,6 @@ using engine::UninstallOutcome;
 using removal::RemovalReason;
 using namespace std::chrono_literals;
 
-// In the child: from here on the case runs as its user.
-void becomeCaseUser() {
-    if (::geteuid() != 0) {
-        return;
-    }
-    if (::setgroups(0, nullptr) != 0 || ::setresgid(caseUser(), caseUser(), caseUser()) != 0 ||
-        ::setresuid(caseUser(), caseUser(), caseUser()) != 0) {
-        throw std::runtime_error("cannot become the case's user");
-    }
-}
-
 // A case that has not finished in this long is taken for a hang.
 constexpr unsigned kCaseSeconds = 60;
 

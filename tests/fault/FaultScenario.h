@@ -74,6 +74,9 @@ class FaultScenario {
     engine::UninstallEngine engine() const;
     std::vector<std::string> leftovers() const;
     std::set<std::string> everythingBelow(const std::string& root) const;
+    std::vector<std::string> createdPaths() const;
+    bool isBookkeeping(const std::string& path) const;
+    void tidyAsTheNextRunDoes() const;
     void checkUninstall(const std::optional<faults::Fault>& fault,
                         const CaseRun& run,
                         std::vector<std::string>& problems) const;

@@ -5,9 +5,11 @@
 
 #include "Canaries.h"
 #include "CaseHome.h"
+#include "ChildProcess.h"
 #include "FaultScenario.h"
 #include "TempDir.h"
 #include "target/InventoryBuilder.h"
+#include "target/RemovalRecords.h"
 
 // The checks of a case, made in the parent after the child's run, on the
 // disk and a fresh scan: what must hold whatever call failed.
@@ -43,6 +45,45 @@ std::vector<std::string> FaultScenario::leftovers() const {
     return {found.begin(), found.end()};
 }
 
+// Every path that is new since the world was planted, but the record of an
+// app copy's removal, which stays exactly as long as what is left of the
+// copy: the next run needs it to finish the job.
+std::vector<std::string> FaultScenario::createdPaths() const {
+    const std::vector<std::string> left = leftovers();
+    const bool appLeft = std::any_of(left.begin(), left.end(), [&](const std::string& path) {
+        return path.ends_with("/Tavio.app");
+    });
+    std::vector<std::string> created;
+    for (const std::string& path : everythingBelow(temp_.path())) {
+        if (!before_.contains(path) && !(appLeft && isBookkeeping(path))) {
+            created.push_back(path);
+        }
+    }
+    return created;
+}
+
+// The program's own folders for records, and a chain of them being made or
+// retired under its temporary name in the home folder.
+bool FaultScenario::isBookkeeping(const std::string& path) const {
+    const std::string local = home_ + "/.local";
+    return path == local || isAncestor(local, path) ||
+           path.starts_with(home_ + "/" + std::string(target::kChainPrefix));
+}
+
+// What every run does at its end, in a run of its own as the case's user.
+void FaultScenario::tidyAsTheNextRunDoes() const {
+    const auto answer = testsupport::runInChild([&]() -> std::string {
+        becomeCaseUser();
+        const target::RemovalRecords records{home_, target::RemovalRecords::folderFor(home_),
+                                             caseUser()};
+        records.tidy();
+        return "tidied";
+    });
+    if (answer != "tidied") {
+        throw std::runtime_error("the tidy-up of the next run did not finish");
+    }
+}
+
 std::vector<std::string> FaultScenario::problems(Stage stage,
                                                  const std::optional<faults::Fault>& fault,
                                                  const CaseRun& run) const {
@@ -66,18 +107,18 @@ std::vector<std::string> FaultScenario::problems(Stage stage,
             problems.push_back("canary changed: " + path);
         }
     }
-    // The record of an app copy's removal stays exactly as long as what is
-    // left of the copy: the next run needs it to finish the job.
-    const std::string records = home_ + "/.local";
-    const std::vector<std::string> left = leftovers();
-    const bool appLeft = std::any_of(left.begin(), left.end(), [&](const std::string& path) {
-        return path.ends_with("/Tavio.app");
-    });
-    for (const std::string& path : everythingBelow(temp_.path())) {
-        const bool record = appLeft && (path == records || path.starts_with(records + "/"));
-        if (!before_.contains(path) && !record) {
-            problems.push_back("created: " + path);
-        }
+    std::vector<std::string> created = createdPaths();
+    // A call that failed while the program tidied away its folders for
+    // records may leave them; the next run must take them.
+    const bool failedOnItsWay = fault && run.fired && fault->error != EINTR;
+    if (failedOnItsWay && !created.empty() &&
+        std::all_of(created.begin(), created.end(),
+                    [&](const std::string& path) { return isBookkeeping(path); })) {
+        tidyAsTheNextRunDoes();
+        created = createdPaths();
+    }
+    for (const std::string& path : created) {
+        problems.push_back("created: " + path);
     }
     if (stage == Stage::rewrite) {
         checkRewrite(run, problems);

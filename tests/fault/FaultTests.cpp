@@ -150,7 +150,7 @@ const std::vector<Call> kUninstallCalls = {
     Call::open,  Call::openat,     Call::fstatat,   Call::statx,   Call::fstat,
     Call::lstat, Call::opendir,    Call::fdopendir, Call::readdir, Call::unlinkat,
     Call::close, Call::read,       Call::write,     Call::fsync,   Call::mkdirat,
-    Call::fcntl, Call::readlinkat, Call::getrandom, Call::linkat,
+    Call::fcntl, Call::readlinkat, Call::getrandom, Call::linkat,  Call::renameat2,
 };
 
 // The calls of a preferences file's rewrite.

@@ -42,6 +42,7 @@ constexpr std::array<const char*, kCallCount> kNames = {
     "pidfd_open",
     "pidfd_send_signal",
     "linkat",
+    "renameat2",
 };
 
 std::atomic<bool> armed{false};
@@ -114,6 +115,8 @@ std::vector<int> realisticErrors(Call call) {
             return {EPERM};
         case Call::linkat:
             return {EACCES, EPERM, EROFS, EIO, ENOSPC, EDQUOT, EEXIST, ENOENT};
+        case Call::renameat2:
+            return {EACCES, EPERM, EROFS, EIO, ENOSPC, EEXIST, ENOENT, EINVAL};
     }
     return {};
 }
@@ -221,6 +224,7 @@ ssize_t __real_write(int, const void*, size_t);
 int __real_fsync(int);
 int __real_renameat(int, const char*, int, const char*);
 int __real_linkat(int, const char*, int, const char*, int);
+int __real_renameat2(int, const char*, int, const char*, unsigned int);
 int __real_mkdirat(int, const char*, mode_t);
 int __real_fchmod(int, mode_t);
 int __real_fcntl(int, int, ...);
@@ -345,6 +349,13 @@ int __wrap_linkat(int fromFD, const char* from, int toFD, const char* to, int fl
         return failWith(error);
     }
     return __real_linkat(fromFD, from, toFD, to, flags);
+}
+
+int __wrap_renameat2(int fromFD, const char* from, int toFD, const char* to, unsigned int flags) {
+    if (const int error = decide(Call::renameat2, toFD)) {
+        return failWith(error);
+    }
+    return __real_renameat2(fromFD, from, toFD, to, flags);
 }
 
 int __wrap_renameat(int fromFD, const char* from, int toFD, const char* to) {

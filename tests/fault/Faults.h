@@ -41,8 +41,9 @@ enum class Call : int {
     pidfdOpen,
     pidfdSendSignal,
     linkat,
+    renameat2,
 };
-inline constexpr std::size_t kCallCount = static_cast<std::size_t>(Call::linkat) + 1;
+inline constexpr std::size_t kCallCount = static_cast<std::size_t>(Call::renameat2) + 1;
 
 // Not an errno: a fault with this "error" kills the process with SIGKILL just
 // before the call is made, as a power cut or the out-of-memory killer would.

@@ -75,9 +75,9 @@ void replaceAtomically(const StoredFile& file, const std::string& bytes) {
     if (!temporary) {
         return;
     }
-    if (!stillThere(file) ||
-        sys::renameAt(folder, temporary->c_str(), folder, file.name.c_str()) != 0) {
-        (void)sys::unlinkAt(folder, temporary->c_str());
+    const char* name = temporary->name.c_str();
+    if (!stillThere(file) || sys::renameAt(folder, name, folder, file.name.c_str()) != 0) {
+        (void)sys::unlinkAt(folder, name);
         return;
     }
     // Makes the temporary's name and the rename durable.

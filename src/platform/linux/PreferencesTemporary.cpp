@@ -1,6 +1,7 @@
 #include "platform/linux/PreferencesTemporary.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -78,22 +79,32 @@ bool fillAndFlush(int fd, const std::string& bytes, mode_t mode) {
     return writeAll(fd, bytes) && ::fchmod(fd, mode) == 0 && ::fsync(fd) == 0;
 }
 
+// Takes the lock that tells a later run that this temporary is being
+// written. On a new file no one else can hold it but a run that took it for
+// a leftover in the instant since the name was made, and which is removing it.
+bool lockForWriting(int fd) {
+    return sys::retryingInterrupted([&] { return ::flock(fd, LOCK_EX | LOCK_NB); }) == 0;
+}
+
 // Where files without a name cannot be made: a file made under its temporary
 // name from the start, removed again when it cannot be completed.
-std::optional<std::string> writeNamedTemporary(int folder,
-                                               const std::string& fileName,
-                                               const std::string& bytes,
-                                               mode_t mode) {
+std::optional<Temporary> writeNamedTemporary(int folder,
+                                             const std::string& fileName,
+                                             const std::string& bytes,
+                                             mode_t mode) {
     UniqueFd fd;
     auto name = underFreshName(fileName, [&](const char* candidate) {
         fd.reset(sys::createFileAt(folder, candidate, 0600));
         return fd.valid();
     });
-    if (name && !fillAndFlush(fd.get(), bytes, mode)) {
+    if (!name) {
+        return std::nullopt;
+    }
+    if (!lockForWriting(fd.get()) || !fillAndFlush(fd.get(), bytes, mode)) {
         (void)sys::unlinkAt(folder, name->c_str());
         return std::nullopt;
     }
-    return name;
+    return Temporary{std::move(*name), std::move(fd)};
 }
 
 // A regular file of `owner`'s with no second name: what a rewrite of ours
@@ -134,23 +145,27 @@ std::vector<std::pair<std::string, struct stat>> leftoversIn(int folder,
 
 }  // namespace
 
-std::optional<std::string> writeTemporary(int folder,
-                                          const std::string& fileName,
-                                          const std::string& bytes,
-                                          mode_t mode) {
-    const UniqueFd fd(sys::createUnnamedFileIn(folder, 0600));
+std::optional<Temporary> writeTemporary(int folder,
+                                        const std::string& fileName,
+                                        const std::string& bytes,
+                                        mode_t mode) {
+    UniqueFd fd(sys::createUnnamedFileIn(folder, 0600));
     if (!fd) {
         const bool refused = errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL;
         return refused ? writeNamedTemporary(folder, fileName, bytes, mode) : std::nullopt;
     }
     // Until it is named, the file vanishes with its descriptor, whether this
-    // fails or the process dies.
-    if (!fillAndFlush(fd.get(), bytes, mode)) {
+    // fails or the process dies; it is locked before it has a name.
+    if (!lockForWriting(fd.get()) || !fillAndFlush(fd.get(), bytes, mode)) {
         return std::nullopt;
     }
-    return underFreshName(fileName, [&](const char* candidate) {
+    auto name = underFreshName(fileName, [&](const char* candidate) {
         return sys::linkDescriptorAt(fd.get(), folder, candidate) == 0;
     });
+    if (!name) {
+        return std::nullopt;
+    }
+    return Temporary{std::move(*name), std::move(fd)};
 }
 
 bool holdsLeftoverTemporary(int folder, const std::string& fileName, uid_t owner) {
@@ -158,10 +173,16 @@ bool holdsLeftoverTemporary(int folder, const std::string& fileName, uid_t owner
 }
 
 // Removes what it can and goes on. A removal that a crash undoes is made
-// again by the next run, so the folder is not flushed for it.
+// again by the next run, so the folder is not flushed for it. A leftover
+// that no rewrite holds is removed while its lock is held here, so that it
+// is still no one's when it goes.
 void removeLeftoverTemporaries(int folder, const std::string& fileName, uid_t owner) {
     for (const auto& [name, status] : leftoversIn(folder, fileName, owner)) {
-        if (isStale(status)) {
+        const UniqueFd fd(sys::openFileAt(folder, name.c_str()));
+        struct stat now {};
+        const bool unheld = fd && ::fstat(fd.get(), &now) == 0 && now.st_dev == status.st_dev &&
+                            now.st_ino == status.st_ino && lockForWriting(fd.get());
+        if (unheld || isStale(status)) {
             (void)sys::unlinkAt(folder, name.c_str());
         }
     }

@@ -1,7 +1,10 @@
 // What a rewrite killed before its rename left beside a preferences file is
-// removed by a later run, and nothing else ever is: not a recent one, not
-// another user's, not a link, not a name that merely looks like one.
+// removed by a later run, and nothing else ever is: not the temporary of a
+// rewrite that still runs, not another user's, not a link, not a name that
+// merely looks like one.
+#include <fcntl.h>
 #include <grp.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -9,6 +12,7 @@
 
 #include "ChildProcess.h"
 #include "RewriteFixture.h"
+#include "base/UniqueFd.h"
 
 namespace {
 
@@ -32,6 +36,15 @@ class LeftoverTest : public testsupport::PreferencesRewriteTest {
     // kept keys, complete, under the temporary pattern.
     const std::string anyHostLeftover = temporary(preferences, anyHostName, "k3x9a7q0");
     const std::string currentHostLeftover = temporary(byHost, currentHostName, "0p2m5z8b");
+
+    // What a rewrite that still runs holds: its temporary, open and locked.
+    static base::UniqueFd holdAsARewriteDoes(const std::string& path) {
+        base::UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!fd || ::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
+            throw std::runtime_error("cannot lock " + path);
+        }
+        return fd;
+    }
 
     void plantLeftover(const std::string& path, std::chrono::seconds age) {
         plant(path, {"ShowPlaylist"}, footprint::PlistFormat::binary);
@@ -91,12 +104,14 @@ TEST_F(LeftoverTest, RemovingKeysRemovesTheOldLeftoversOfItsHostOnly) {
     EXPECT_TRUE(testsupport::exists(currentHostLeftover));
 }
 
-// A leftover younger than the bound may be another running copy's rewrite:
+// A recent temporary whose lock is held is another running copy's rewrite:
 // it stays, and while it does the settings are not gone.
-TEST_F(LeftoverTest, RecentLeftoverStaysAndCountsAsValues) {
+TEST_F(LeftoverTest, RecentLeftoverThatARewriteHoldsStaysAndCountsAsValues) {
     plantLeftover(anyHostLeftover, kRecent);
     plantLeftover(currentHostLeftover, -std::chrono::hours(1));  // the clock was set back
     const auto before = snapshot({anyHostLeftover, currentHostLeftover});
+    const auto anyHostLock = holdAsARewriteDoes(anyHostLeftover);
+    const auto currentHostLock = holdAsARewriteDoes(currentHostLeftover);
 
     store.removeAll(kDomain);
     store.removeKeys(kDomain, PreferencesHost::anyHost, {"Volume"});
@@ -105,6 +120,32 @@ TEST_F(LeftoverTest, RecentLeftoverStaysAndCountsAsValues) {
     EXPECT_TRUE(store.hasValues(kDomain));
     const FilePreferencesAccess anyHostOnly(home, {PreferencesHost::anyHost}, kHostID, ::getuid());
     EXPECT_TRUE(anyHostOnly.hasValues(kDomain));
+}
+
+// No running rewrite holds what a killed one left: it goes at once, however
+// recent.
+TEST_F(LeftoverTest, RecentLeftoverThatNoRewriteHoldsIsRemovedAtOnce) {
+    plantLeftover(anyHostLeftover, kRecent);
+    plantLeftover(currentHostLeftover, kRecent);
+
+    EXPECT_TRUE(store.hasValues(kDomain));
+    store.removeAll(kDomain);
+
+    EXPECT_EQ(testsupport::listNames(preferences), std::vector<std::string>{"ByHost"});
+    EXPECT_TRUE(testsupport::listNames(byHost).empty());
+    EXPECT_FALSE(store.hasValues(kDomain));
+}
+
+// A rewrite stalled for longer than the bound loses its temporary; its rename
+// then fails and leaves the old file whole.
+TEST_F(LeftoverTest, OldLeftoverGoesEvenWhileARewriteHoldsIt) {
+    plantLeftover(anyHostLeftover, kStale);
+    const auto lock = holdAsARewriteDoes(anyHostLeftover);
+
+    store.removeAll(kDomain);
+
+    EXPECT_FALSE(testsupport::exists(anyHostLeftover));
+    EXPECT_FALSE(store.hasValues(kDomain));
 }
 
 TEST_F(LeftoverTest, AnotherUsersLeftoverStays) {
