@@ -208,6 +208,10 @@ class Driver:
 
     def app_present(self):
         desktop = Atspi.get_desktop(0)
+        try:
+            desktop.clear_cache()  # or an application that has left is still seen
+        except Exception:  # noqa: BLE001
+            pass
         for i in range(desktop.get_child_count()):
             app = desktop.get_child_at_index(i)
             try:

@@ -77,13 +77,19 @@ struct ReviewRow {
 
 ReviewRow reviewRow(const QVariantList& items, Category category) {
     const QList<QVariantMap> inCategory = itemsIn(items, category);
-    QStringList skipReasons;
+    QStringList skipReasons, notes;
     bool nonePresent = true;
     for (const QVariantMap& item : inCategory) {
+        const QString reason = item.value(QStringLiteral("reason")).toString();
         if (stateOf(item) == ItemState::Skipped)
-            skipReasons.append(item.value(QStringLiteral("reason")).toString());
-        if (stateOf(item) == ItemState::Present)
+            skipReasons.append(reason);
+        if (stateOf(item) == ItemState::Present) {
             nonePresent = false;
+            // What the scan says of an item it will remove (a copy whose
+            // earlier removal was cut off) is shown beside it, calmly.
+            if (!reason.isEmpty())
+                notes.append(reason);
+        }
     }
     ReviewRow row;
     for (const QVariantMap& item : inCategory) {
@@ -91,10 +97,12 @@ ReviewRow reviewRow(const QVariantList& items, Category category) {
             row.paths.append(item.value(QStringLiteral("displayPath")).toString());
     }
     row.warning = !skipReasons.isEmpty();
-    if (row.warning)
+    if (row.warning) {
         row.reason = skipReasons.first();
-    else
+    } else {
+        row.reason = notes.isEmpty() ? QString() : notes.first();
         row.trailing = nonePresent ? CategoryRows::tr("Not found") : CategoryRows::tr("Found");
+    }
     return row;
 }
 

@@ -109,6 +109,23 @@ class RowsTests : public QObject {
         QCOMPARE(roleOf(rows, 5, "paths").toStringList(), QStringList{"/A/Tavio.app"});
     }
 
+    // A copy whose earlier removal was cut off is removed like any other,
+    // and its row says why it looks as it does, without a warning.
+    void noteOfAnItemToRemoveIsShownBesideItCalmly() {
+        CategoryRows rows;
+        const QString note = QStringLiteral("An earlier removal of this copy was interrupted");
+        rows.setItems({item(Model::Category::App, Model::ItemState::Present, "/A/Tavio.app", note),
+                       item(Model::Category::App, Model::ItemState::Present, "/B/Tavio.app")});
+        QVERIFY(!roleOf(rows, 5, "warning").toBool());
+        QCOMPARE(roleOf(rows, 5, "reason").toString(), note);
+        QCOMPARE(roleOf(rows, 5, "trailing").toString(), QStringLiteral("Found"));
+        QCOMPARE(roleOf(rows, 5, "paths").toStringList(),
+                 (QStringList{"/A/Tavio.app", "/B/Tavio.app"}));
+
+        rows.setItems({item(Model::Category::App, Model::ItemState::Present, "/B/Tavio.app")});
+        QCOMPARE(roleOf(rows, 5, "reason").toString(), QString());
+    }
+
     void remainingRowsHoldUpUnderTheModelTester() {
         RemainingRows rows;
         QAbstractItemModelTester tester(&rows,

@@ -47,6 +47,8 @@ CASES = {
     "desktop_agents": ("road_cases", "case_desktop_agents", {}),
     "removal_refuses_close": ("held_removal_cases", "case_removal_refuses_close", {}),
     "removal_defers_sigterm": ("held_removal_cases", "case_removal_defers_sigterm", {}),
+    "removal_killed_then_finished": ("held_removal_cases", "case_removal_killed_then_finished",
+                                     {}),
     "waiting_allows_quit": ("road_cases", "case_waiting_allows_quit", {}),
     "empty_home": ("road_cases", "case_empty_home", {}),
     "temporary_copy": ("road_cases", "case_temporary_copy", {}),

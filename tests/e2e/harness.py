@@ -84,6 +84,21 @@ class Case:
             self.check_on_wayland()
         return self.driver
 
+    def start_again(self, **program):
+        """Starts the program once more, on the display and buses of the
+        first start, once the first program has ended and left the
+        accessibility bus, and finds its new window."""
+        sb = self.sandbox
+        check(sb.program_process.poll() is not None, "the first program is still running")
+        wait_until(lambda: not drive.Driver().app_present(), 30,
+                   "the ended program to leave the accessibility bus")
+        # Appended, so that a failure shows what both starts said.
+        with open(self.stderr_path, "ab") as err:
+            sb.start_program(stdout=err, stderr=err, **program)
+        self.driver = drive.Driver(alive=lambda: sb.program_process.poll() is None)
+        self.driver.find_app(timeout=90)
+        return self.driver
+
     def check_on_wayland(self):
         """The program draws through Qt's Wayland plugin, not through an X
         server (there is none)."""
@@ -180,14 +195,19 @@ class OpenGate:
             offset += length
         return pid
 
-    def release(self):
-        """Lets every held opener, and any later one, go on."""
-        if self.fd < 0:
-            return
+    def allow(self):
+        """Lets the held openers go on, and keeps watching: the next open is
+        held again."""
         for fd in self.held:
             os.write(self.fd, self._RESPONSE.pack(fd, self._FAN_ALLOW))
             os.close(fd)
         self.held = []
+
+    def release(self):
+        """Lets every held opener, and any later one, go on."""
+        if self.fd < 0:
+            return
+        self.allow()
         # Closing the group answers "allow" to anything still queued and
         # removes the mark.
         os.close(self.fd)

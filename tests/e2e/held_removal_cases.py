@@ -1,16 +1,19 @@
 """The cases that hold the removal at a known point with a fanotify
 gate: the window and the program refuse to end while files are being removed,
-the desktop's keys, and a second start of the program."""
+the desktop's keys, a second start of the program, and a run killed in the
+middle of the app copy, which the next run finishes."""
 
 import os
 import select
 import signal
 import subprocess
+import threading
 import time
 
 import drive
-from harness import (check, Case, OpenGate, wait_until, keys, focus_window, check_tab_order,
-                     start_for_held_removal, hold_removal, check_still_removing)
+from harness import (check, Case, OpenGate, wait_until, confirm, keys, focus_window,
+                     check_tab_order, start_for_held_removal, hold_removal, check_still_removing,
+                     tree_state)
 
 
 def case_removal_refuses_close(args):
@@ -166,6 +169,134 @@ def case_single_instance(args, compositor=None):
             check(len(apps) == 1, "%d windows of the uninstaller on the bus" % len(apps))
         done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 180)
         check(done.title == d.COMPLETED, "the run did not complete:\n" + done.dump())
+        passed, output = sb.check_canaries()
+        check(passed, "canaries: " + output)
+        driver.press("Quit")
+        check(sb.wait_program(30) == 0, "no clean exit after Quit")
+    finally:
+        c.close()
+
+
+INTERRUPTED_NOTE = "An earlier removal of this copy was interrupted"
+
+
+def last_folder_entered(bundle):
+    """The folder of the app copy that its removal opens last, and the files
+    it has deleted by then. The removal goes depth first, through each
+    folder's entries in the order the file system lists them; os.scandir
+    lists them in that same order, so a gate on this folder holds the removal
+    with most of the copy gone, whichever order this file system keeps."""
+    order = []
+
+    def walk(folder):
+        for entry in list(os.scandir(folder)):
+            is_folder = entry.is_dir(follow_symlinks=False)
+            order.append((entry.path, is_folder))
+            if is_folder:
+                walk(entry.path)
+    walk(bundle)
+    last = max(i for i, (_, is_folder) in enumerate(order) if is_folder)
+    return order[last][0], [path for path, is_folder in order[:last] if not is_folder]
+
+
+def removal_records(sb):
+    """The program's records of removals begun, in the sandbox home."""
+    folder = os.path.join(sb.home, ".local/state/io.tavio.Tavio.Uninstaller")
+    try:
+        names = os.listdir(folder)
+    except FileNotFoundError:
+        return []
+    return sorted(os.path.join(folder, n) for n in names
+                  if n.startswith("removal-") and n.endswith(".plist"))
+
+
+def hold_app_removal(sb, gate, timeout=120):
+    """Starts holding the removal of the app copy at the gated folder, and
+    returns a function that waits until it is held. The copy is verified and
+    its contents listed once more before it goes, and those opens of the
+    folder are let through; the record is written after them and before the
+    first deletion, so the first open once it exists is the removal's. The
+    watch runs beside the driver: the window scans again, verifying the copy,
+    while it handles the confirming press, which must not wait for itself."""
+    outcome = {}
+
+    def watch():
+        try:
+            deadline = time.monotonic() + timeout
+            while True:
+                gate.wait_opened(max(1, deadline - time.monotonic()))
+                if removal_records(sb):
+                    return
+                gate.allow()
+        except Exception as error:  # noqa: BLE001 - handed to the waiting case
+            outcome["error"] = error
+
+    watcher = threading.Thread(target=watch, daemon=True)
+    watcher.start()
+
+    def wait_held():
+        watcher.join(timeout + 10)
+        check(not watcher.is_alive(), "the gate's watch did not end")
+        if "error" in outcome:
+            raise outcome["error"]
+    return wait_held
+
+
+def app_row(screen):
+    rows = [desc for title, desc in screen.items() if title == "Tavio app"]
+    check(len(rows) == 1, "not one row for the app:\n" + screen.dump())
+    return rows[0]
+
+
+def case_removal_killed_then_finished(args):
+    """The program is killed while it deletes the app copy. The copy is left
+    half removed with the record of its removal; the next start lists what is
+    left as the app copy, with a note that an earlier removal was
+    interrupted, removes it, and takes the record and its folders away."""
+    c = Case(args)
+    try:
+        sb = c.sandbox
+        d = drive
+        bundle = sb.app_bundle()
+        local = os.path.join(sb.home, ".local")
+        check(not os.path.lexists(local), "the planted home has a .local folder already")
+        driver = c.start(player=False)
+        review = driver.wait_for_title(d.REVIEW, 90)
+        first_row = app_row(review)
+        check(sb.inside(bundle) in first_row and INTERRUPTED_NOTE not in first_row,
+              "the app row before any removal: %r" % first_row)
+        pid = c.program_pid()
+        gated, deleted_first = last_folder_entered(bundle)
+        check(deleted_first, "no file of the copy goes before %s" % gated)
+        with OpenGate(gated) as gate:
+            wait_held = hold_app_removal(sb, gate)
+            confirm(driver)
+            wait_held()
+            driver.wait_for_title(d.REMOVING, 60)
+            check(not [p for p in deleted_first if os.path.lexists(p)],
+                  "the removal is held before it has deleted what comes first")
+            # Killed while held, before the gate lets it go: nothing more of
+            # the copy is deleted, as when the power fails at that point.
+            os.kill(pid, signal.SIGKILL)
+        check(sb.wait_program(30) is not None, "the killed program did not end")
+        check(os.path.isdir(gated), "the gated folder went after the kill")
+        check(not [p for p in deleted_first if os.path.lexists(p)],
+              "files of the copy came back")
+        records = removal_records(sb)
+        check(len(records) == 1, "records after the kill: %s" % records)
+
+        driver = c.start_again(player=False)
+        review = driver.wait_for_title(d.REVIEW, 90)
+        row = app_row(review)
+        check(sb.inside(bundle) in row and INTERRUPTED_NOTE in row and "Skipped" not in row,
+              "the app row after the kill: %r\n%s" % (row, review.dump()))
+        confirm(driver)
+        done = driver.wait_for_any([d.COMPLETED, d.INCOMPLETE], 180)
+        check(done.title == d.COMPLETED, "the second run did not complete:\n" + done.dump())
+        check(not sb.remaining_planted(), "left: %s" % sb.remaining_planted())
+        check(not os.path.lexists(bundle), "the app copy is still there")
+        check(not os.path.lexists(local),
+              "left in the home's .local: %s" % sorted(tree_state(local)))
         passed, output = sb.check_canaries()
         check(passed, "canaries: " + output)
         driver.press("Quit")
