@@ -17,6 +17,15 @@ namespace target {
 // the evidence that lets a later run finish a removal that was cut off: only
 // what still matches it may go, so a file added or changed since, by anyone,
 // stays.
+//
+// It is read from the copy itself, just after the copy was verified, in the
+// same way on Linux and on macOS, rather than taken from the seal's (or, on
+// macOS, the code signature's) own list of resources: those leave out the
+// seal or signature itself, and on macOS the main executable, whose hash
+// lives in the code directory; every one of them must be on the list for the
+// copy to go whole. Read a moment after the check, it vouches for no more
+// than the removal that follows would delete anyway: everything below the
+// verified folder.
 struct BundleManifest {
     struct Entry {
         enum class Kind { folder, file, link };

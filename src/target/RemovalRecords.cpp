@@ -373,10 +373,10 @@ bool RemovalRecords::removeEmptyFolder(const std::string& relative) const {
 
 // A chain that stands for components[level], cut off while it was made:
 // it holds at most the folders on the way, one inside the other, and in the
-// last of them the list of folders made. Each part goes only when it holds
-// nothing else; a folder is removed with rmdir, which never removes content,
-// so whatever else is found in a folder of that name stays, and the folders
-// that lead to it with it.
+// last of them the list of folders made. It goes only when it holds exactly
+// that and nothing else, one part at a time, each folder with rmdir, which
+// never removes content: whatever else is found under such a name stays,
+// and every folder of it with it.
 void RemovalRecords::removeChain(int parentFD, const std::string& name, std::size_t level) const {
     const std::vector<std::string> components = componentsBelowHome();
     std::vector<std::string> names{name};
@@ -390,8 +390,16 @@ void RemovalRecords::removeChain(int parentFD, const std::string& name, std::siz
         folders.pop_back();
         names.pop_back();
     }
+    // Nothing goes unless the whole of it is exactly that shape.
+    for (std::size_t k = 0; k + 1 < folders.size(); ++k) {
+        if (sys::namesIn(folders[k].get()) != std::vector<std::string>{names[k + 1]}) {
+            return;
+        }
+    }
     const bool whole = folders.size() == components.size() - level;
-    if (folders.empty() || (whole && !removeListIfOurs(folders.back().get(), madeList(level)))) {
+    const auto inLast = folders.empty() ? std::nullopt : sys::namesIn(folders.back().get());
+    if (!inLast ||
+        (whole ? !removeListIfOurs(folders.back().get(), madeList(level)) : !inLast->empty())) {
         return;
     }
     for (std::size_t k = folders.size(); k-- > 0;) {
