@@ -169,6 +169,25 @@ inline ssize_t write(int fd, const void* buffer, size_t size) {
     return retryingInterrupted([&] { return ::write(fd, buffer, size); });
 }
 
+// Writes every byte to `fd`, going on after short writes and interruptions.
+// False on the first real error, with errno set (EIO when the system wrote
+// nothing and gave no error): the caller then drops the half-written file
+// instead of naming it.
+inline bool writeAll(int fd, const std::string& bytes) {
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = sys::write(fd, bytes.data() + done, bytes.size() - done);
+        if (n <= 0) {
+            if (n == 0) {
+                errno = EIO;
+            }
+            return false;
+        }
+        done += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
 // The names in the open folder `folderFD` but "." and "..", sorted, read
 // from its start through a descriptor of its own (`folderFD` is neither
 // closed nor moved). Nothing, with errno set, when it cannot be listed to

@@ -15,18 +15,6 @@ namespace {
 
 constexpr std::string_view kOwnFolder = "io.tavio.Tavio.Uninstaller";
 
-int writeAll(int fd, const std::string& bytes) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = sys::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n <= 0) {
-            return n < 0 ? errno : EIO;
-        }
-        done += static_cast<std::size_t>(n);
-    }
-    return 0;
-}
-
 // Gives the unnamed file `fd` the name `name`. linkat() with AT_EMPTY_PATH
 // needs a capability that an ordinary user lacks; the link through /proc
 // does the same without it.
@@ -68,7 +56,7 @@ int writeThroughTemporary(int folderFD, const std::string& name, const std::stri
     if (!fd) {
         return errno;
     }
-    int error = writeAll(fd.get(), bytes);
+    int error = sys::writeAll(fd.get(), bytes) ? 0 : errno;
     error = error != 0 ? error : (syncToDisk(fd.get()) == 0 ? 0 : errno);
     error = error != 0 ? error : renameExclusive(folderFD, temporary, name);
     if (error != 0) {
@@ -106,7 +94,7 @@ int writeDurably(int folderFD, const std::string& name, const std::string& bytes
     int error = 0;
     base::UniqueFd fd(sys::openat(folderFD, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
     if (fd) {
-        error = writeAll(fd.get(), bytes);
+        error = sys::writeAll(fd.get(), bytes) ? 0 : errno;
         error = error != 0 ? error : (syncToDisk(fd.get()) == 0 ? 0 : errno);
         error = error != 0 ? error : linkUnnamed(fd.get(), folderFD, name);
     } else if (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL) {

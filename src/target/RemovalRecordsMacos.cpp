@@ -15,21 +15,7 @@
 #include "target/RemovalRecords.h"
 
 namespace target {
-namespace {
-
-int writeAll(int fd, const std::string& bytes) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = sys::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n <= 0) {
-            return n < 0 ? errno : EIO;
-        }
-        done += static_cast<std::size_t>(n);
-    }
-    return 0;
-}
-
-}  // namespace
+namespace {}  // namespace
 
 std::string RemovalRecords::folderFor(const std::string& homeDirectory) {
     const std::string library = appendingPathComponent(homeDirectory, "Library");
@@ -57,7 +43,7 @@ int writeDurably(int folderFD, const std::string& name, const std::string& bytes
     if (!fd) {
         return errno;
     }
-    int error = writeAll(fd.get(), bytes);
+    int error = sys::writeAll(fd.get(), bytes) ? 0 : errno;
     error = error != 0 ? error : (syncToDisk(fd.get()) == 0 ? 0 : errno);
     if (error == 0 &&
         ::renameatx_np(folderFD, temporary.c_str(), folderFD, name.c_str(), RENAME_EXCL) != 0) {

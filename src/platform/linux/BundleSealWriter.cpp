@@ -11,7 +11,6 @@
 #include "base/SystemCalls.h"
 #include "base/UniqueFd.h"
 #include "platform/linux/BundleSeal.h"
-#include "platform/linux/WriteAll.h"
 #include "target/BundleWalk.h"
 #include "target/FileDigest.h"
 
@@ -77,7 +76,7 @@ std::optional<SealError> replaceSeal(int sealFolderFD,
     if (!file) {
         return systemError("cannot create", sealFolderPath + "/" + kTemporarySeal);
     }
-    if (!writeAll(file.get(), bytes) || ::fsync(file.get()) != 0) {
+    if (!sys::writeAll(file.get(), bytes) || ::fsync(file.get()) != 0) {
         const SealError error = systemError("cannot write", sealFolderPath + "/" + kTemporarySeal);
         (void)sys::unlinkAt(sealFolderFD, kTemporarySeal.c_str());
         return error;

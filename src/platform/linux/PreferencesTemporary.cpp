@@ -13,7 +13,6 @@
 
 #include "base/SystemCalls.h"
 #include "base/UniqueFd.h"
-#include "platform/linux/WriteAll.h"
 
 namespace platform {
 namespace {
@@ -76,7 +75,7 @@ std::optional<std::string> underFreshName(const std::string& fileName, GiveName 
 // Everything the new file needs before it may take the old one's place: all
 // its bytes, the old one's permissions, and both on the disk.
 bool fillAndFlush(int fd, const std::string& bytes, mode_t mode) {
-    return writeAll(fd, bytes) && ::fchmod(fd, mode) == 0 && ::fsync(fd) == 0;
+    return sys::writeAll(fd, bytes) && ::fchmod(fd, mode) == 0 && ::fsync(fd) == 0;
 }
 
 // Takes the lock that tells a later run that this temporary is being
