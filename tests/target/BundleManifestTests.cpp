@@ -128,7 +128,7 @@ TEST_F(BundleManifestTest, AnEmptyBundleGivesAnEmptyManifest) {
 }
 
 TEST_F(BundleManifestTest, FollowsNoLink) {
-    writeFile(outside() + "/secret", "not part of the bundle");
+    writeFile(outside() + "/secret", "outside the bundle");
     makeDirectories(outside() + "/folder");
     writeFile(outside() + "/folder/inner", "nor this");
     makeLink(outside(), at("Contents/Resources"));
