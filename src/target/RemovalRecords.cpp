@@ -347,7 +347,12 @@ void RemovalRecords::sweepChains() const {
     for (std::size_t i = 0; current && i < components.size(); ++i) {
         const auto names = sys::namesIn(current.get());
         for (const std::string& name : names.value_or(std::vector<std::string>{})) {
-            if (!name.starts_with(kChainPrefix) || !name.ends_with(".tmp")) {
+            // Only a folder of the user's can be a chain of ours, and only its
+            // list can say which folders on the way the program made.
+            struct stat chain {};
+            if (!name.starts_with(kChainPrefix) || !name.ends_with(".tmp") ||
+                sys::statAt(current.get(), name.c_str(), chain) != 0 || !S_ISDIR(chain.st_mode) ||
+                chain.st_uid != userID) {
                 continue;
             }
             struct stat list {};
@@ -363,13 +368,14 @@ void RemovalRecords::sweepChains() const {
 }
 
 // Temporary names of a record write that was cut off, in the records' own
-// folder: ours by pattern and place.
-void RemovalRecords::sweepTemporaries(int folderFD) {
+// folder: ours by pattern, place and owner.
+void RemovalRecords::sweepTemporaries(int folderFD) const {
     const auto names = sys::namesIn(folderFD);
     for (const std::string& name : names.value_or(std::vector<std::string>{})) {
         struct stat status {};
         if (name.starts_with(kTemporaryPrefix) && name.ends_with(".tmp") &&
-            sys::statAt(folderFD, name.c_str(), status) == 0 && S_ISREG(status.st_mode)) {
+            sys::statAt(folderFD, name.c_str(), status) == 0 && S_ISREG(status.st_mode) &&
+            status.st_uid == userID) {
             (void)sys::unlinkAt(folderFD, name.c_str());
         }
     }
