@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdint>
+
 #include "target/BundleWalk.h"
 #include "target/FileDigest.h"
 
@@ -36,8 +38,14 @@ std::optional<BundleManifest::Entry> entryFrom(plist_t value) {
         plist_dict_get_size(value) != 1) {
         return std::nullopt;
     }
-    if (plist_dict_get_item(value, kFolderKey) != nullptr) {
-        return BundleManifest::Entry{Kind::folder, {}, {}};
+    // A folder is written as "folder" = true; any other value is no entry of
+    // ours.
+    if (const plist_t folder = plist_dict_get_item(value, kFolderKey)) {
+        std::uint8_t set = 0;
+        if (plist_get_node_type(folder) == PLIST_BOOLEAN) {
+            plist_get_bool_val(folder, &set);
+        }
+        return set != 0 ? std::optional(BundleManifest::Entry{Kind::folder, {}, {}}) : std::nullopt;
     }
     const auto digest = PropertyList::dataOf(plist_dict_get_item(value, kDigestKey));
     if (digest && digest->size() == Sha256{}.size()) {

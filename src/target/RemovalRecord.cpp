@@ -17,6 +17,17 @@ std::optional<std::uint64_t> numberOf(plist_t node) {
     return value;
 }
 
+// The number when `T` holds it unchanged: a value too wide for the field is
+// not cut down to one that may happen to match a folder's.
+template <typename T>
+std::optional<T> numberAs(plist_t node) {
+    const auto value = numberOf(node);
+    if (!value || static_cast<std::uint64_t>(static_cast<T>(*value)) != *value) {
+        return std::nullopt;
+    }
+    return static_cast<T>(*value);
+}
+
 // The name must be one path component, as every bundle name is.
 bool isSingleName(const std::string& name) {
     return !name.empty() && name != "." && name != ".." &&
@@ -42,29 +53,25 @@ std::optional<std::string> RemovalRecord::serialized() const {
 }
 
 std::optional<RemovalRecord> RemovalRecord::parse(std::string_view bytes) {
+    // Records are only ever written as XML: anything else is not one of ours.
     const auto list = PropertyList::parse(bytes);
-    if (!list || !list->isDictionary()) {
+    if (!list || list->format() != PropertyList::Format::xml || !list->isDictionary()) {
         return std::nullopt;
     }
     const plist_t root = list->root();
     const auto identifier = list->stringValue("Identifier");
     const auto anchor = list->stringValue("Anchor");
     const auto name = list->stringValue("Name");
-    const auto device = numberOf(plist_dict_get_item(root, "Device"));
+    const auto device = numberAs<dev_t>(plist_dict_get_item(root, "Device"));
     const auto inode = numberOf(plist_dict_get_item(root, "Inode"));
-    const auto owner = numberOf(plist_dict_get_item(root, "Owner"));
+    const auto owner = numberAs<uid_t>(plist_dict_get_item(root, "Owner"));
     auto manifest = BundleManifest::fromNode(plist_dict_get_item(root, "Entries"));
     if (!identifier || identifier->empty() || !anchor || !anchor->starts_with('/') || !name ||
         !isSingleName(*name) || !device || !inode || !owner || !manifest) {
         return std::nullopt;
     }
-    RemovalRecord record{*identifier,
-                         *anchor,
-                         *name,
-                         removal::FileIdentity{static_cast<dev_t>(*device), *inode},
-                         static_cast<uid_t>(*owner),
-                         std::move(*manifest)};
-    return record;
+    const removal::FileIdentity identity{*device, *inode};
+    return RemovalRecord{*identifier, *anchor, *name, identity, *owner, std::move(*manifest)};
 }
 
 }  // namespace target

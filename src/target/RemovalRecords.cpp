@@ -282,22 +282,38 @@ void RemovalRecords::retireChain(int homeFD, const std::string& name) const {
     for (std::size_t level = 0; text && level + 1 < depth && !first; ++level) {
         first = madeList(level) == *text ? std::optional(level) : std::nullopt;
     }
-    if (!first) {
-        return;
-    }
-    for (std::size_t i = depth - 1; i-- > *first;) {
-        if (!removeEmptyFolder(relativeUpTo(i))) {
-            return;
-        }
-    }
-    // The list goes only once the folders it names are seen to be gone:
-    // without it, no later run would know them to be ours.
-    if (openFolderAt(relativeUpTo(*first)) || errno != ENOENT) {
-        return;
-    }
-    if (removeListIfOurs(chain.get(), *text)) {
+    const auto kept = first ? removeMadeFolders(*first) : std::nullopt;
+    if (kept && removeListIfOurs(chain.get(), *text)) {
         (void)sys::unlinkAt(homeFD, name.c_str(), AT_REMOVEDIR);
     }
+}
+
+// Removes the folders made on the way to the records' folder, from
+// components[first] down, deepest first. A folder that holds something now
+// is no longer the program's to remove: it stays, with those above it. The
+// list may go once every folder removed is seen to be gone (without it, no
+// later run would know them to be ours): then the number of folders that
+// stay; nothing while one could not be removed or looked at.
+std::optional<std::size_t> RemovalRecords::removeMadeFolders(std::size_t first) const {
+    std::size_t i = componentsBelowHome().size() - 1;
+    while (i-- > first) {
+        if (removeEmptyFolder(relativeUpTo(i))) {
+            continue;
+        }
+        const base::UniqueFd folder = openFolderAt(relativeUpTo(i));
+        const auto names = folder ? sys::namesIn(folder.get()) : std::nullopt;
+        if (!names || names->empty()) {
+            return std::nullopt;
+        }
+        const std::size_t stay = i + 1 - first;
+        if (i + 1 == componentsBelowHome().size() - 1) {
+            return stay;  // none was removed
+        }
+        return openFolderAt(relativeUpTo(i + 1)) || errno != ENOENT ? std::nullopt
+                                                                    : std::optional(stay);
+    }
+    return openFolderAt(relativeUpTo(first)) || errno != ENOENT ? std::nullopt
+                                                                : std::optional<std::size_t>(0);
 }
 
 // The list of folders made, `name` in `folderFD`: a regular file of the
@@ -417,7 +433,12 @@ void RemovalRecords::sweepChains() const {
     for (std::size_t i = 0; current && i < components.size(); ++i) {
         const auto names = sys::namesIn(current.get());
         for (const std::string& name : names.value_or(std::vector<std::string>{})) {
-            if (!name.starts_with(kChainPrefix) || !name.ends_with(".tmp")) {
+            // Only a folder of the user's can be a chain of ours, and only its
+            // list can say which folders on the way the program made.
+            struct stat chain {};
+            if (!name.starts_with(kChainPrefix) || !name.ends_with(".tmp") ||
+                sys::statAt(current.get(), name.c_str(), chain) != 0 || !S_ISDIR(chain.st_mode) ||
+                chain.st_uid != userID) {
                 continue;
             }
             struct stat list {};
@@ -433,13 +454,14 @@ void RemovalRecords::sweepChains() const {
 }
 
 // Temporary names of a record write that was cut off, in the records' own
-// folder: ours by pattern and place.
-void RemovalRecords::sweepTemporaries(int folderFD) {
+// folder: ours by pattern, place and owner.
+void RemovalRecords::sweepTemporaries(int folderFD) const {
     const auto names = sys::namesIn(folderFD);
     for (const std::string& name : names.value_or(std::vector<std::string>{})) {
         struct stat status {};
         if (name.starts_with(kTemporaryPrefix) && name.ends_with(".tmp") &&
-            sys::statAt(folderFD, name.c_str(), status) == 0 && S_ISREG(status.st_mode)) {
+            sys::statAt(folderFD, name.c_str(), status) == 0 && S_ISREG(status.st_mode) &&
+            status.st_uid == userID) {
             (void)sys::unlinkAt(folderFD, name.c_str());
         }
     }

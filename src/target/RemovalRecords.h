@@ -53,8 +53,8 @@ namespace target {
 // A power cut before 4 completes leaves either no record (nothing has been
 // deleted yet, and the copy still verifies as it did) or the whole record,
 // since its bytes were synced before its name existed. At most a temporary
-// name of step 2 is left; it is ours by pattern and place and is swept by the
-// next run. (A sweep that met another run's write in progress only makes that
+// name of step 2 is left; it is ours by pattern, owner and place and is swept
+// by the next run. (A sweep that met another run's write in progress only makes that
 // write fail, and that run then leaves its copy untouched.) Dropping a record needs no sync: a
 // record brought back by a power cut describes a copy that is gone, and the
 // next run drops it again.
@@ -107,12 +107,13 @@ class RemovalRecords {
     bool removeEmptyFolder(const std::string& relative) const;
     void removeChain(int parentFD, const std::string& name, std::size_t level) const;
     std::string madeList(std::size_t first) const;
+    std::optional<std::size_t> removeMadeFolders(std::size_t first) const;
     std::optional<std::string> readOwnList(int folderFD, const std::string& name) const;
     bool removeListIfOurs(int folderFD, const std::string& expected) const;
     std::string relativeUpTo(std::size_t last) const;
     void retireChain(int homeFD, const std::string& name) const;
     base::UniqueFd openFolderAt(const std::string& relative) const;
-    static void sweepTemporaries(int folderFD);
+    void sweepTemporaries(int folderFD) const;
     std::vector<std::string> componentsBelowHome() const;
 };
 

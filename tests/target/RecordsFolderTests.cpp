@@ -43,7 +43,7 @@ struct stat statOf(const std::string& path) {
     return status;
 }
 
-class RecordsFolderTest : public ::testing::Test {
+class RecordKeepingTest : public ::testing::Test {
   protected:
     void SetUp() override {
         ::unsetenv("XDG_STATE_HOME");
@@ -68,7 +68,7 @@ class RecordsFolderTest : public ::testing::Test {
     TempDir temp_;
 };
 
-TEST_F(RecordsFolderTest, ARecordIsWrittenPrivatelyAndReadBackWhole) {
+TEST_F(RecordKeepingTest, ARecordIsWrittenPrivatelyAndReadBackWhole) {
     const std::string path = write(aRecord());
 
     EXPECT_EQ(RemovalRecords::folderFor(home()), folder());
@@ -86,7 +86,7 @@ TEST_F(RecordsFolderTest, ARecordIsWrittenPrivatelyAndReadBackWhole) {
     EXPECT_TRUE(records().of("/Applications/Other.app").empty());
 }
 
-TEST_F(RecordsFolderTest, OnlyAWellFormedRecordParses) {
+TEST_F(RecordKeepingTest, OnlyAWellFormedRecordParses) {
     const std::string bytes = *aRecord().serialized();
     ASSERT_EQ(RemovalRecord::parse(bytes), aRecord());
     EXPECT_FALSE(RemovalRecord::parse(bytes.substr(0, bytes.size() / 2)));
@@ -101,7 +101,7 @@ TEST_F(RecordsFolderTest, OnlyAWellFormedRecordParses) {
 
 // Only a file exactly as the program writes one is evidence: none of these
 // is, and none is changed by reading, dropping what was read, or tidying up.
-TEST_F(RecordsFolderTest, WhatIsNotExactlyARecordOfOursIsNoEvidenceAndIsLeftAlone) {
+TEST_F(RecordKeepingTest, WhatIsNotExactlyARecordOfOursIsNoEvidenceAndIsLeftAlone) {
     const std::string good = write(aRecord());
     const std::string bytes = readFile(good);
     ASSERT_EQ(::unlink(good.c_str()), 0);
@@ -131,7 +131,7 @@ TEST_F(RecordsFolderTest, WhatIsNotExactlyARecordOfOursIsNoEvidenceAndIsLeftAlon
     EXPECT_EQ(statOf(others + "1.plist").st_uid, kOtherUser);
 }
 
-TEST_F(RecordsFolderTest, ARecordsFolderOthersMayEnterHoldsNoEvidence) {
+TEST_F(RecordKeepingTest, ARecordsFolderOthersMayEnterHoldsNoEvidence) {
     write(aRecord());
     ASSERT_EQ(::chmod(folder().c_str(), 0755), 0);
     EXPECT_TRUE(records().all().empty());
@@ -141,7 +141,7 @@ TEST_F(RecordsFolderTest, ARecordsFolderOthersMayEnterHoldsNoEvidence) {
 
 // A record replaced after it was read is someone else's file now: dropping
 // what was read leaves it.
-TEST_F(RecordsFolderTest, DropRemovesOnlyTheFileThatWasRead) {
+TEST_F(RecordKeepingTest, DropRemovesOnlyTheFileThatWasRead) {
     const std::string path = write(aRecord());
     const auto read = records().all();
     ASSERT_EQ(read.size(), 1u);
@@ -166,7 +166,7 @@ TEST_F(RecordsFolderTest, DropRemovesOnlyTheFileThatWasRead) {
 
 // The folders that were there before the first record stay, with whatever
 // else they hold, when the last record goes.
-TEST_F(RecordsFolderTest, TheTidyUpRemovesOnlyTheFoldersTheProgramMade) {
+TEST_F(RecordKeepingTest, TheTidyUpRemovesOnlyTheFoldersTheProgramMade) {
     makeDirectories(home() + "/.local", 0755);
     writeFile(home() + "/.local/kept", "the user's");
     write(aRecord());
@@ -181,7 +181,7 @@ TEST_F(RecordsFolderTest, TheTidyUpRemovesOnlyTheFoldersTheProgramMade) {
 // What a write cut off in the middle of making its folders leaves beside the
 // home's own folders is ours by its name and its exact shape, and goes; the
 // same name on anything else stays.
-TEST_F(RecordsFolderTest, ACutOffChainGoesAndALookAlikeStays) {
+TEST_F(RecordKeepingTest, ACutOffChainGoesAndALookAlikeStays) {
     const std::string chain = home() + "/.io.tavio.Tavio.Uninstaller-0123456789abcdef.tmp";
     makeDirectories(chain + "/state/io.tavio.Tavio.Uninstaller", 0700);
     writeFile(chain + "/state/io.tavio.Tavio.Uninstaller/created-folders", ".local/state\n.local\n",
@@ -201,7 +201,7 @@ TEST_F(RecordsFolderTest, ACutOffChainGoesAndALookAlikeStays) {
               ".local/state\n.local\n");
 }
 
-TEST_F(RecordsFolderTest, StateHomeIsHonouredOnlyInsideTheHomeFolder) {
+TEST_F(RecordKeepingTest, StateHomeIsHonouredOnlyInsideTheHomeFolder) {
     ::setenv("XDG_STATE_HOME", (home() + "/var/state/").c_str(), 1);
     EXPECT_EQ(RemovalRecords::folderFor(home()), home() + "/var/state/io.tavio.Tavio.Uninstaller");
     ::setenv("XDG_STATE_HOME", (temp_ / "elsewhere").c_str(), 1);

@@ -164,13 +164,41 @@ TEST(UninstallContextTest, ContextsCompareFieldByField) {
     EXPECT_NE(a, UninstallContext::make(501, alice, "io.tavio.Beta"));
 }
 
+// The environment is changed in a child, so the rest of the tests never see
+// it.
+TEST(UninstallContextTest, TheStateFolderIsTheProgramsFolderInTheHomesLocalState) {
+    const auto answer = testsupport::runInChild([] {
+        ::unsetenv("XDG_STATE_HOME");
+        return UninstallContext::make(501, UserAccount{"/Users/alice//", "alice"}, "io.tavio.Tavio")
+            .stateDirectory;
+    });
+    EXPECT_EQ(answer, "/Users/alice/.local/state/io.tavio.Tavio.Uninstaller");
+}
+
+TEST(UninstallContextTest, TheStateFolderFollowsTheStateHomeOnlyInsideTheHome) {
+    const auto answer = testsupport::runInChild([] {
+        const UserAccount alice{"/Users/alice", "alice"};
+        ::setenv("XDG_STATE_HOME", "/Users/alice/.state/", 1);
+        const std::string inside = UninstallContext::make(501, alice, "x").stateDirectory;
+        ::setenv("XDG_STATE_HOME", "/var/state", 1);
+        const std::string outside = UninstallContext::make(501, alice, "x").stateDirectory;
+        ::setenv("XDG_STATE_HOME", "/Users/alice/../bob/state", 1);
+        return inside + "|" + outside + "|" +
+               UninstallContext::make(501, alice, "x").stateDirectory;
+    });
+    EXPECT_EQ(answer,
+              "/Users/alice/.state/io.tavio.Tavio.Uninstaller|"
+              "/Users/alice/.local/state/io.tavio.Tavio.Uninstaller|"
+              "/Users/alice/.local/state/io.tavio.Tavio.Uninstaller");
+}
+
 // The once-per-process values, seen from a copy of a small program placed in
 // a bundle layout with its own Info.plist.
 class BundledProbeTest : public ::testing::Test {
   protected:
     std::string install(const std::string& folder) {
         testsupport::makeDirectories(folder);
-        const std::string program = folder + "/probe";
+        std::string program = folder + "/probe";
         testsupport::writeFile(program, testsupport::readFile(CONTEXT_PROBE), 0755);
         return program;
     }
