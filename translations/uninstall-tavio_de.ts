@@ -53,6 +53,41 @@
     </message>
 </context>
 <context>
+    <name>CommandLine</name>
+    <message>
+        <source>Remove these items? [y/N] </source>
+        <translation>Diese Objekte entfernen? [j/N] </translation>
+    </message>
+    <message>
+        <source>yes</source>
+        <translation>ja</translation>
+    </message>
+    <message>
+        <source>Removing (%1 of %2): </source>
+        <translation>Wird entfernt (%1 von %2): </translation>
+    </message>
+    <message>
+        <source>Removal has begun; it finishes before the program ends.</source>
+        <translation>Das Entfernen hat begonnen; es wird abgeschlossen, bevor das Programm endet.</translation>
+    </message>
+    <message>
+        <source>Nothing was changed: there is no terminal to ask on. Add --yes to remove without asking.</source>
+        <translation>Es wurde nichts geändert: Es gibt kein Terminal für die Rückfrage. Mit --yes wird ohne Rückfrage entfernt.</translation>
+    </message>
+    <message>
+        <source>Nothing was changed.</source>
+        <translation>Es wurde nichts geändert.</translation>
+    </message>
+    <message>
+        <source>This was a preview: nothing was changed.</source>
+        <translation>Dies war eine Vorschau: Es wurde nichts geändert.</translation>
+    </message>
+    <message>
+        <source>Stopped before anything was removed. Nothing was changed.</source>
+        <translation>Angehalten, bevor etwas entfernt wurde. Es wurde nichts geändert.</translation>
+    </message>
+</context>
+<context>
     <name>ConfirmationAlert</name>
     <message>
         <source>Permanently remove Tavio and its data?</source>

@@ -53,6 +53,41 @@
     </message>
 </context>
 <context>
+    <name>CommandLine</name>
+    <message>
+        <source>Remove these items? [y/N] </source>
+        <translation>Remove these items? [y/N] </translation>
+    </message>
+    <message>
+        <source>yes</source>
+        <translation>yes</translation>
+    </message>
+    <message>
+        <source>Removing (%1 of %2): </source>
+        <translation>Removing (%1 of %2): </translation>
+    </message>
+    <message>
+        <source>Removal has begun; it finishes before the program ends.</source>
+        <translation>Removal has begun; it finishes before the program ends.</translation>
+    </message>
+    <message>
+        <source>Nothing was changed: there is no terminal to ask on. Add --yes to remove without asking.</source>
+        <translation>Nothing was changed: there is no terminal to ask on. Add --yes to remove without asking.</translation>
+    </message>
+    <message>
+        <source>Nothing was changed.</source>
+        <translation>Nothing was changed.</translation>
+    </message>
+    <message>
+        <source>This was a preview: nothing was changed.</source>
+        <translation>This was a preview: nothing was changed.</translation>
+    </message>
+    <message>
+        <source>Stopped before anything was removed. Nothing was changed.</source>
+        <translation>Stopped before anything was removed. Nothing was changed.</translation>
+    </message>
+</context>
+<context>
     <name>ConfirmationAlert</name>
     <message>
         <source>Permanently remove Tavio and its data?</source>

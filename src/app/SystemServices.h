@@ -7,9 +7,10 @@
 #include "engine/UninstallEngine.h"
 #include "target/UninstallContext.h"
 
-// What the program is wired with on the system it runs on. One
-// implementation per system beside this header (SystemEngineLinux.cpp,
-// SystemEngineMacos.cpp; SystemDesktopActions*.cpp for the desktop services).
+// What the program is wired with on the system it runs on: the engine with
+// the system's adapters (platform/SystemAdapters.h), which the command line
+// shares, and the desktop services, one implementation per system beside
+// this header (SystemDesktopActions*.cpp).
 namespace app {
 
 // How long the engine waits for Tavio to quit, and how often it looks.
