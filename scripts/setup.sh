@@ -8,6 +8,8 @@ packages=(
   cmake ninja-build g++ pkg-config git
   googletest libgtest-dev libgmock-dev
   libplist-dev libssl-dev openssl
+  # the command line's summaries in the system log (sd_journal_send)
+  libsystemd-dev
   # the house style's checks (Debian 12's are version 14)
   clang-tidy clang-format
   # the window
@@ -35,6 +37,12 @@ packages=(
   # distributions run on it: lintian, the desktop entry's and the AppStream
   # file's validators, and xprop to read the window's class and icon
   dpkg-dev file lintian desktop-file-utils appstream x11-utils
+  # the command line's JSON checked against its shipped schema, by a real
+  # validator
+  python3-jsonschema
+  # the Ansible role for fleets: ansible-playbook, its linter, and sudo,
+  # through which the role becomes each account of the sandbox machine
+  ansible-core ansible-lint sudo
 )
 
 missing=()

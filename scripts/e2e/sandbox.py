@@ -404,7 +404,7 @@ class Sandbox:
             os.makedirs(point, exist_ok=True)
             os.chmod(point, 0o755)
 
-    def bwrap_command(self, extra_binds=()):
+    def bwrap_command(self, extra_binds=(), extra_options=()):
         """bubblewrap: the system read-only, the sandbox over the real home
         and as /Applications, fresh /dev, /proc (own pid namespace) and /tmp."""
         command = ["bwrap", "--die-with-parent", "--unshare-pid", "--unshare-ipc",
@@ -428,6 +428,7 @@ class Sandbox:
             folder = os.path.dirname(self.wayland)
             self._mount_point_in_tmp(folder)
             command += ["--ro-bind", folder, folder]
+        command += list(extra_options)
         for source, target in extra_binds:
             command += ["--bind", source, target]
         for source, target in self.host_binds:
@@ -460,7 +461,8 @@ class Sandbox:
         return env
 
     def start_program(self, player=True, player_args=(), program=None, extra_binds=(),
-                      stdout=None, stderr=None, environment=None, agents=False):
+                      stdout=None, stderr=None, environment=None, agents=False,
+                      program_args=(), stdin=subprocess.DEVNULL, extra_options=()):
         """Starts, inside the sandbox, the Tavio player from its bundle (so that
         the program finds it running, as a child that dies with it) and then
         the uninstaller. With `agents`, ssh-agent and gpg-agent run beside
@@ -468,8 +470,9 @@ class Sandbox:
         undumpable, and ssh-agent runs set-group-id: an ordinary user cannot
         look at their executables). `program` is the uninstaller's path as seen inside
         (the build folder is visible read-only at its own path);
-        `environment` replaces program_environment(). Returns the bubblewrap
-        process."""
+        `environment` replaces program_environment(); `program_args` are
+        passed to the program, which reads `stdin`; `extra_options` go to
+        bubblewrap before the binds. Returns the bubblewrap process."""
         program = program or self.program
         script = "set -e\n"
         if agents:
@@ -484,8 +487,8 @@ class Sandbox:
                        '  n=$((n+1)); [ $n -lt 600 ] || { echo "player never ready" >&2; exit 97; }\n'
                        '  sleep 0.05; done\n'
                        'rm -f /tmp/.player-ready\n' % " ".join(player_args))
-        script += 'exec "$2"\n'
-        command = self.bwrap_command(extra_binds)
+        script += 'program="$2"; shift 2; exec "$program" "$@"\n'
+        command = self.bwrap_command(extra_binds, extra_options)
         # A build folder in /tmp or in the home folder would be hidden by the
         # sandbox's own: the program's bundle (or, for a program outside a
         # bundle, its folder) is then shown read-only at its path. A program
@@ -504,11 +507,11 @@ class Sandbox:
             command += ["setpriv", "--reuid=%d" % self.user.pw_uid,
                         "--regid=%d" % self.user.pw_gid, "--clear-groups", "--"]
         command += ["/bin/sh", "-c", script, "sh",
-                    "/Applications/Tavio.app/Contents/MacOS/Tavio", program]
+                    "/Applications/Tavio.app/Contents/MacOS/Tavio", program] + list(program_args)
         if environment is None:
             environment = self.program_environment()
         self.program_process = self._spawn(
-            command, env=environment, stdin=subprocess.DEVNULL,
+            command, env=environment, stdin=stdin,
             stdout=stdout, stderr=stderr)
         return self.program_process
 

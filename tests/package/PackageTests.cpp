@@ -27,13 +27,17 @@ TEST_F(PackageTest, HoldsTheWholeBundle) {
     EXPECT_TRUE(testsupport::isDirectory(root() + "/" + kBundle + "/Contents/Resources"));
 }
 
-TEST_F(PackageTest, TheLauncherLeadsToTheBundle) {
+// The launcher is the command line in the bundle, which opens the window
+// beside it when given no option; the schema of its JSON ships with it.
+TEST_F(PackageTest, TheLauncherLeadsToTheCommandLineInTheBundle) {
     const std::string launcher = root() + "/usr/bin/uninstall-tavio";
     ASSERT_TRUE(testsupport::isLink(launcher));
     EXPECT_EQ(fs::read_symlink(launcher).string(),
-              "../lib/uninstall-tavio/Uninstall Tavio.app/Contents/MacOS/Uninstall Tavio");
+              "../lib/uninstall-tavio/Uninstall Tavio.app/Contents/MacOS/uninstall-tavio");
     EXPECT_EQ(fs::canonical(launcher),
-              fs::canonical(root() + "/" + kBundle + "/Contents/MacOS/Uninstall Tavio"));
+              fs::canonical(root() + "/" + kBundle + "/Contents/MacOS/uninstall-tavio"));
+    EXPECT_EQ(testsupport::readFile(root() + "/usr/share/uninstall-tavio/report.schema.json"),
+              testsupport::readFile(UT_REPORT_SCHEMA));
 }
 
 TEST_F(PackageTest, HasADesktopEntryAndTheIcon) {
