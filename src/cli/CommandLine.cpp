@@ -181,6 +181,7 @@ class Progress {
                 printError(
                     run_.texts.text(QT_TRANSLATE_NOOP("CommandLine", "Removing (%1 of %2): "),
                                     std::to_string(started_), std::to_string(total_)) +
+                    categoryTitle(event.item()->category, run_.texts) + ", " +
                     event.item()->displayPath + "\n");
             }
         } else if (event.kind() == Kind::waitingForQuit && run_.progress) {

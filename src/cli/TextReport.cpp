@@ -3,7 +3,6 @@
 #include <sstream>
 
 namespace cli {
-namespace {
 
 std::string categoryTitle(target::ItemCategory category, const Catalogue& texts) {
     using target::ItemCategory;
@@ -24,6 +23,8 @@ std::string categoryTitle(target::ItemCategory category, const Catalogue& texts)
     }
     return {};
 }
+
+namespace {
 
 // One category of the review: its title, Found or Not found, and each item
 // that is there, with the reason of one that stays and the note of one whose

@@ -8,6 +8,9 @@
 
 namespace cli {
 
+// A category's title, as the window's rows show it.
+std::string categoryTitle(target::ItemCategory category, const Catalogue& texts);
+
 // The review an uninstall starts from, as the window's review screen shows
 // it: what will be removed, by category, and what stays.
 std::string reviewText(const target::Inventory& inventory, const Catalogue& texts);

@@ -133,8 +133,11 @@ TEST(JsonTest, StringsAreEscapedAndAlwaysValidUtf8) {
 }
 
 target::InventoryItem item(const std::string& path, target::ItemState state) {
-    return target::InventoryItem{"tree:" + path, target::ItemCategory::cache,
-                                 target::ItemTarget::preferences("io.tavio.Tavio"), path, path,
+    return target::InventoryItem{"tree:" + path,
+                                 target::ItemCategory::cache,
+                                 target::ItemTarget::preferences("io.tavio.Tavio"),
+                                 path,
+                                 path,
                                  std::move(state)};
 }
 
