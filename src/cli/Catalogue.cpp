@@ -38,7 +38,7 @@ std::string chooseLanguage(const std::function<const char*(const char*)>& variab
         std::string_view rest(list);
         while (!rest.empty()) {
             const std::size_t colon = rest.find(':');
-            const std::string language = languageOfLocale(rest.substr(0, colon));
+            std::string language = languageOfLocale(rest.substr(0, colon));
             if (!language.empty() && hasCatalogue(language)) {
                 return language;
             }

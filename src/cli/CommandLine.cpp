@@ -242,7 +242,7 @@ engine::UninstallReport runEngine(const Invocation& run,
     base::UniqueFd doneRead(done[0]), doneWrite(done[1]);
     Progress progress(run, inventory.removableItems().size());
     engine::UninstallReport report;
-    std::jthread worker([&](std::stop_token stop) {
+    std::jthread worker([&](const std::stop_token& stop) {
         report = run.engine.run(
             inventory, [&](const engine::UninstallEvent& event) { progress(event); }, stop);
         const char byte = 1;

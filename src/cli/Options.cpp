@@ -7,7 +7,7 @@ namespace cli {
 namespace {
 
 // The longest wait anyone could mean: a day.
-constexpr long long kLongestQuitTimeout = 24 * 60 * 60;
+constexpr long long kLongestQuitTimeout = 24LL * 60 * 60;
 
 std::optional<std::chrono::seconds> seconds(const std::string& text) {
     long long value = 0;

@@ -31,7 +31,10 @@ std::string windowProgram() {
 int main(int argc, char** argv) {
     if (argc <= 1) {
         const std::string window = windowProgram();
-        ::execl(window.c_str(), window.c_str(), static_cast<char*>(nullptr));
+        // The name it was started by stays the window's first argument: the
+        // window takes its X11 instance name from it, as it did when it was
+        // started directly.
+        ::execv(window.c_str(), argv);
         std::perror(("uninstall-tavio: cannot start the window " + window).c_str());
         return cli::kInternal;
     }
