@@ -301,7 +301,10 @@ int act(Invocation& run) {
     const target::Inventory inventory =
         target::InventoryBuilder{run.engine.context, run.engine.verifier, run.engine.preferences}
             .build();
+    // A signal that came while scanning ends the program now, with nothing
+    // changed, saying so as a run stopped by one does.
     if (const auto signal = Signals::take(run.signals.get())) {
+        (void)finish(run, summaryOf(run, "cancelled", {}));
         return kSignalBase + *signal;
     }
     if (run.options.action == Options::Action::list) {

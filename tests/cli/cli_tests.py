@@ -404,7 +404,9 @@ def case_signal_before_removal(args):
         process = w.start(["--yes", "--json", "--quit-timeout", "60"], player=True,
                           player_args=("--ignore-quit",))
         pid = wait_for_process(w)
-        time.sleep(1.5)  # well into the wait for Tavio to quit
+        # Into the wait for Tavio to quit, or (in a slow build) still in the
+        # scan: either way nothing has been removed, and that is the report.
+        time.sleep(3)
         os.kill(pid, signal.SIGINT)
         out, err = process.communicate(timeout=30)
         check(process.returncode == 128 + signal.SIGINT,
