@@ -14,11 +14,13 @@ runs in it) is started in its own process group and stopped by that group's
 id in close(); every wait has a deadline.
 """
 
+import hashlib
 import os
 import pwd
 import select
 import shutil
 import signal
+import stat
 import subprocess
 import tempfile
 import time
@@ -94,6 +96,73 @@ OPENBOX_CONFIG = """<?xml version="1.0" encoding="UTF-8"?>
 
 class SandboxError(RuntimeError):
     pass
+
+
+def read_only_system(own=()):
+    """The start of a bubblewrap command: a session and process ids of its
+    own, every top-level folder of the system read-only but /tmp and those in
+    `own` (which the caller mounts), and fresh /dev and /proc."""
+    command = ["bwrap", "--die-with-parent", "--unshare-pid", "--unshare-ipc",
+               "--new-session"]
+    special = {"dev", "proc", "sys", "tmp"} | set(own)
+    for name in sorted(os.listdir("/")):
+        path = "/" + name
+        if name in special:
+            continue
+        if os.path.islink(path):
+            command += ["--symlink", os.readlink(path), path]
+        elif os.path.isdir(path):
+            command += ["--ro-bind", path, path]
+    return command + ["--dev", "/dev", "--proc", "/proc", "--ro-bind", "/sys", "/sys"]
+
+
+def mount_point_in_tmp(tmp, path):
+    """A mount point for `path` when it lies in /tmp, made in `tmp` (the
+    folder the sandbox shows as /tmp) so that every user may pass through it
+    (bubblewrap would make it for root alone)."""
+    if not path.startswith("/tmp/"):
+        return
+    point = tmp
+    for part in path[len("/tmp/"):].split("/"):
+        point = os.path.join(point, part)
+        os.makedirs(point, exist_ok=True)
+        os.chmod(point, 0o755)
+
+
+def tree_digest(paths):
+    """Every file and folder below the paths: its kind, mode, owner and the
+    SHA-256 of its content (a link: its target)."""
+    seen = {}
+
+    def record(path):
+        info = os.lstat(path)
+        entry = (stat.S_IFMT(info.st_mode), stat.S_IMODE(info.st_mode), info.st_uid, info.st_gid)
+        if stat.S_ISREG(info.st_mode):
+            digest = hashlib.sha256()
+            with open(path, "rb") as data:
+                for block in iter(lambda: data.read(1 << 20), b""):
+                    digest.update(block)
+            entry += (digest.hexdigest(),)
+        elif stat.S_ISLNK(info.st_mode):
+            entry += (os.readlink(path),)
+        seen[path] = entry
+
+    for top in paths:
+        if not os.path.lexists(top):
+            continue
+        record(top)
+        for folder, dirs, files in os.walk(top):
+            for name in dirs + files:
+                record(os.path.join(folder, name))
+    return seen
+
+
+def difference(before, after):
+    """What differs between two records of a tree, a line a path."""
+    lines = ["added: " + p for p in sorted(set(after) - set(before))]
+    lines += ["removed: " + p for p in sorted(set(before) - set(after))]
+    lines += ["changed: " + p for p in sorted(set(before) & set(after)) if before[p] != after[p]]
+    return lines
 
 
 def real_home():
@@ -392,41 +461,18 @@ class Sandbox:
             env["DBUS_SESSION_BUS_ADDRESS"] = self.bus_address
         return env
 
-    def _mount_point_in_tmp(self, path):
-        """A mount point for `path` when it lies in the sandbox's /tmp, made
-        here so that every user may pass through it (bubblewrap would make
-        it for root alone)."""
-        if not path.startswith("/tmp/"):
-            return
-        point = self.tmp
-        for part in path[len("/tmp/"):].split("/"):
-            point = os.path.join(point, part)
-            os.makedirs(point, exist_ok=True)
-            os.chmod(point, 0o755)
-
     def bwrap_command(self, extra_binds=(), extra_options=()):
         """bubblewrap: the system read-only, the sandbox over the real home
         and as /Applications, fresh /dev, /proc (own pid namespace) and /tmp."""
-        command = ["bwrap", "--die-with-parent", "--unshare-pid", "--unshare-ipc",
-                   "--new-session"]
-        self._mount_point_in_tmp(self.runtime)
-        special = {"dev", "proc", "tmp", "Applications", "sys"}
-        for name in sorted(os.listdir("/")):
-            path = "/" + name
-            if name in special:
-                continue
-            if os.path.islink(path):
-                command += ["--symlink", os.readlink(path), path]
-            elif os.path.isdir(path):
-                command += ["--ro-bind", path, path]
-        command += ["--dev", "/dev", "--proc", "/proc", "--ro-bind", "/sys", "/sys",
-                    "--bind", self.tmp, "/tmp",
+        command = read_only_system(own=("Applications",))
+        mount_point_in_tmp(self.tmp, self.runtime)
+        command += ["--bind", self.tmp, "/tmp",
                     "--bind", self.home, self.inside_home,
                     "--bind", self.applications, "/Applications",
                     "--ro-bind", self.runtime, self.runtime]
         if self.wayland:
             folder = os.path.dirname(self.wayland)
-            self._mount_point_in_tmp(folder)
+            mount_point_in_tmp(self.tmp, folder)
             command += ["--ro-bind", folder, folder]
         command += list(extra_options)
         for source, target in extra_binds:
@@ -500,7 +546,7 @@ class Sandbox:
                     and os.path.dirname(contents).endswith(".app")):
                 shown = os.path.dirname(contents)
             if os.path.isdir(shown):
-                self._mount_point_in_tmp(shown)
+                mount_point_in_tmp(self.tmp, shown)
                 command += ["--ro-bind", shown, shown]
         command += ["--chdir", "/"]
         if self.user:

@@ -10,8 +10,6 @@ engine::UninstallEngine makeSystemEngine(const target::UninstallContext& context
         std::move(adapters.processes),
         std::move(adapters.preferences),
         std::move(adapters.verifier),
-        kQuitTimeout,
-        kPollInterval,
     };
 }
 

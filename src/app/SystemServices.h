@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <memory>
 
 #include "app/DesktopActions.h"
@@ -13,13 +12,10 @@
 // this header (SystemDesktopActions*.cpp).
 namespace app {
 
-// How long the engine waits for Tavio to quit, and how often it looks.
-inline constexpr std::chrono::milliseconds kQuitTimeout{30'000};
-inline constexpr std::chrono::milliseconds kPollInterval{200};
-
 // The engine for `context` with this platform's own adapters: the running
 // copies of the product, its preferences on any host and then on this host,
-// and the installed-app check.
+// and the installed-app check; it waits for Tavio as long as the engine
+// does by default.
 engine::UninstallEngine makeSystemEngine(const target::UninstallContext& context);
 
 // The clipboard, existence test and file viewer of this platform.

@@ -55,17 +55,26 @@ std::string chooseLanguage(const std::function<const char*(const char*)>& variab
     return std::string(kFallbackLanguage);
 }
 
-Catalogue::Catalogue(std::string language) : language_(std::move(language)) {}
-
-std::string Catalogue::text(std::string_view context, std::string_view english) const {
+Catalogue::Catalogue(std::string language) : language_(std::move(language)) {
     for (std::size_t i = 0; i < kCatalogueEntryCount; ++i) {
         const CatalogueEntry& entry = kCatalogueEntries[i];
-        if (language_ == entry.language && context == entry.context && english == entry.source &&
-            *entry.translation != '\0') {
-            return entry.translation;
+        if (language_ == entry.language && *entry.translation != '\0') {
+            translations_.emplace(keyOf(entry.context, entry.source), entry.translation);
         }
     }
-    return std::string(english);
+}
+
+// Context and text joined by a byte that neither holds.
+std::string Catalogue::keyOf(std::string_view context, std::string_view english) {
+    std::string key(context);
+    key += '\x04';
+    key += english;
+    return key;
+}
+
+std::string Catalogue::text(std::string_view context, std::string_view english) const {
+    const auto found = translations_.find(keyOf(context, english));
+    return found == translations_.end() ? std::string(english) : found->second;
 }
 
 std::string Catalogue::text(std::string_view context,

@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 // Marks a text for the translation tools, which find it by this name, and
 // hands its context and English source to Catalogue::text().
@@ -53,7 +54,12 @@ class Catalogue {
     void installForCore() const;
 
   private:
+    static std::string keyOf(std::string_view context, std::string_view english);
+
     std::string language_;
+    // This language's translations, by context and English text: reports
+    // look texts up once per leftover, and a large folder has many.
+    std::unordered_map<std::string, std::string> translations_;
 };
 
 }  // namespace cli

@@ -8,7 +8,6 @@
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
 #include <optional>
 #include <stdexcept>
 #include <thread>
@@ -27,8 +26,6 @@
 
 namespace cli {
 namespace {
-
-constexpr std::chrono::milliseconds kPollInterval{200};
 
 // A running Tavio that is never asked to quit, for --no-quit: the engine then
 // finds it still running when its wait, of no length, ends, and changes nothing.
@@ -52,12 +49,8 @@ engine::UninstallEngine makeEngine(const target::UninstallContext& context,
         adapters.processes = std::make_shared<NeverAskToQuit>(std::move(adapters.processes));
         timeout = std::chrono::milliseconds(0);
     }
-    return {context,
-            std::move(adapters.processes),
-            std::move(adapters.preferences),
-            std::move(adapters.verifier),
-            timeout,
-            kPollInterval};
+    return {context, std::move(adapters.processes), std::move(adapters.preferences),
+            std::move(adapters.verifier), timeout};
 }
 
 // Everything one invocation works with.
@@ -80,10 +73,18 @@ void printError(const std::string& text) {
 }
 
 int exitStatusOf(const Summary& summary) {
-    if (summary.result == "did-not-quit") {
-        return kTryLater;
+    using Result = Summary::Result;
+    switch (summary.result) {
+        case Result::didNotQuit:
+            return kTryLater;
+        case Result::incomplete:
+            return kItemsLeft;
+        case Result::preview:
+        case Result::complete:
+        case Result::cancelled:
+            break;
     }
-    return summary.result == "incomplete" ? kItemsLeft : kNothingLeft;
+    return kNothingLeft;
 }
 
 // Prints the summary as asked (text, JSON or nothing), logs a run, and gives
@@ -98,8 +99,8 @@ int finish(const Invocation& run, const Summary& summary) {
     return exitStatusOf(summary);
 }
 
-Summary summaryOf(const Invocation& run, std::string result, std::vector<Row> rows) {
-    return {std::move(result), run.engine.context.userName, UT_VERSION, std::move(rows)};
+Summary summaryOf(const Invocation& run, Summary::Result result, std::vector<Row> rows = {}) {
+    return {result, run.engine.context.userName, UT_VERSION, std::move(rows)};
 }
 
 // Nothing to remove: the scan is the report. What the scan kept (a copy that
@@ -110,13 +111,14 @@ Summary summaryWithoutRun(const Invocation& run, const target::Inventory& invent
     for (auto& row : rows) {
         if (row.outcome == Row::Outcome::wouldKeep) {
             row.outcome = Row::Outcome::left;
-            row.leftovers.push_back({row.location, row.reasons.front()});
+            row.leftovers.push_back({row.location, *row.reason});
             left = true;
         } else {
             row.outcome = Row::Outcome::alreadyGone;
         }
     }
-    return summaryOf(run, left ? "incomplete" : "complete", std::move(rows));
+    return summaryOf(run, left ? Summary::Result::incomplete : Summary::Result::complete,
+                     std::move(rows));
 }
 
 // Waits for the next line of the terminal, or a signal: the line (empty at
@@ -257,15 +259,15 @@ Summary summaryOfRun(const Invocation& run, const engine::UninstallReport& repor
     using engine::UninstallOutcome;
     switch (report.outcome) {
         case UninstallOutcome::completed:
-            return summaryOf(run, "complete", reportRows(report));
+            return summaryOf(run, Summary::Result::complete, reportRows(report));
         case UninstallOutcome::incomplete:
-            return summaryOf(run, "incomplete", reportRows(report));
+            return summaryOf(run, Summary::Result::incomplete, reportRows(report));
         case UninstallOutcome::didNotQuit:
-            return summaryOf(run, "did-not-quit", {});
+            return summaryOf(run, Summary::Result::didNotQuit);
         case UninstallOutcome::cancelled:
-            return summaryOf(run, "cancelled", {});
+            return summaryOf(run, Summary::Result::cancelled);
     }
-    return summaryOf(run, "incomplete", reportRows(report));
+    return summaryOf(run, Summary::Result::incomplete, reportRows(report));
 }
 
 int removeAfterReview(Invocation& run, const target::Inventory& inventory) {
@@ -304,14 +306,14 @@ int act(Invocation& run) {
     // A signal that came while scanning ends the program now, with nothing
     // changed, saying so as a run stopped by one does.
     if (const auto signal = Signals::take(run.signals.get())) {
-        (void)finish(run, summaryOf(run, "cancelled", {}));
+        (void)finish(run, summaryOf(run, Summary::Result::cancelled));
         return kSignalBase + *signal;
     }
     if (run.options.action == Options::Action::list) {
         if (!run.options.json && !run.options.quiet) {
             print(reviewText(inventory, run.texts) + "\n");
         }
-        (void)finish(run, summaryOf(run, "preview", previewRows(inventory)));
+        (void)finish(run, summaryOf(run, Summary::Result::preview, previewRows(inventory)));
         return kNothingLeft;
     }
     if (inventory.removableItems().empty()) {

@@ -17,10 +17,10 @@ void writeRow(std::ostringstream& out, const Row& row) {
         << ", \"location\": " << jsonString(row.location)
         << ", \"display\": " << jsonString(row.displayPath)
         << ", \"outcome\": " << jsonString(outcomeWord(row.outcome)) << ", \"reason\": ";
-    if (row.reasons.empty()) {
-        out << "null";
+    if (row.reason) {
+        writeReason(out, *row.reason);
     } else {
-        writeReason(out, row.reasons.front());
+        out << "null";
     }
     out << ", \"leftovers\": [";
     for (std::size_t i = 0; i < row.leftovers.size(); ++i) {
@@ -63,7 +63,7 @@ std::string jsonDocument(const Summary& summary) {
         << ",\n  \"version\": " << jsonString(summary.version)
         << ",\n  \"account\": " << jsonString(summary.account)
         << ",\n  \"dry_run\": " << (summary.dryRun() ? "true" : "false")
-        << ",\n  \"result\": " << jsonString(summary.result)
+        << ",\n  \"result\": " << jsonString(resultWord(summary.result))
         << ",\n  \"changed\": " << (summary.changed() ? "true" : "false") << ",\n  \"items\": [";
     for (std::size_t i = 0; i < summary.rows.size(); ++i) {
         out << (i == 0 ? "\n" : ",\n");
@@ -73,6 +73,23 @@ std::string jsonDocument(const Summary& summary) {
     writeCounts(out, summary);
     out << "\n}\n";
     return out.str();
+}
+
+const char* resultWord(Summary::Result result) {
+    using Result = Summary::Result;
+    switch (result) {
+        case Result::preview:
+            return "preview";
+        case Result::complete:
+            return "complete";
+        case Result::incomplete:
+            return "incomplete";
+        case Result::didNotQuit:
+            return "did-not-quit";
+        case Result::cancelled:
+            return "cancelled";
+    }
+    return "incomplete";
 }
 
 // Control characters and the two that JSON reserves are escaped; every other

@@ -14,15 +14,20 @@ namespace cli {
 inline constexpr int kSchema = 1;
 
 struct Summary {
-    // "preview" (--list: nothing was changed), "complete" (nothing of Tavio
-    // is left), "incomplete" (items are left), "did-not-quit" (Tavio ran,
-    // nothing was changed) or "cancelled" (stopped before removal began).
-    std::string result;
+    enum class Result {
+        preview,     // --list: nothing was changed
+        complete,    // nothing of Tavio is left
+        incomplete,  // items are left
+        didNotQuit,  // Tavio ran and did not quit: nothing was changed
+        cancelled,   // stopped before removal began: nothing was changed
+    };
+
+    Result result = Result::complete;
     std::string account;
     std::string version;
     std::vector<Row> rows;
 
-    bool dryRun() const { return result == "preview"; }
+    bool dryRun() const { return result == Result::preview; }
     // True exactly when something was (or, for an item left half-removed,
     // may have been) removed.
     bool changed() const;
@@ -30,6 +35,9 @@ struct Summary {
 };
 
 std::string jsonDocument(const Summary& summary);
+
+// The stable word of a result ("preview", "did-not-quit", …).
+const char* resultWord(Summary::Result result);
 
 // `text` as a JSON string, quotes included.
 std::string jsonString(const std::string& text);

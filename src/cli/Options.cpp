@@ -2,6 +2,8 @@
 
 #include <charconv>
 #include <optional>
+#include <string_view>
+#include <utility>
 
 namespace cli {
 namespace {
@@ -20,34 +22,33 @@ std::optional<std::chrono::seconds> seconds(const std::string& text) {
     return std::chrono::seconds(value);
 }
 
-// What the flags say before help and version, which win over the rest, are
-// weighed.
+// Every option without a value, and what it sets. List, help and version are
+// weighed at the end: help and version win over everything else.
 struct Flags {
     bool list = false;
     bool help = false;
     bool version = false;
+    bool yes = false;
+    bool json = false;
+    bool quiet = false;
+    bool noQuit = false;
+};
+
+constexpr std::pair<std::string_view, bool Flags::*> kFlags[] = {
+    {"--list", &Flags::list},      {"--help", &Flags::help}, {"--version", &Flags::version},
+    {"--yes", &Flags::yes},        {"--json", &Flags::json}, {"--quiet", &Flags::quiet},
+    {"--no-quit", &Flags::noQuit},
 };
 
 // Sets the flag that `name` stands for; false when it names none.
-bool takeFlag(const std::string& name, Options& options, Flags& flags) {
-    if (name == "--list") {
-        flags.list = true;
-    } else if (name == "--yes") {
-        options.yes = true;
-    } else if (name == "--json") {
-        options.json = true;
-    } else if (name == "--quiet") {
-        options.quiet = true;
-    } else if (name == "--no-quit") {
-        options.noQuit = true;
-    } else if (name == "--help") {
-        flags.help = true;
-    } else if (name == "--version") {
-        flags.version = true;
-    } else {
-        return false;
+bool takeFlag(std::string_view name, Flags& flags) {
+    for (const auto& [flagName, member] : kFlags) {
+        if (name == flagName) {
+            flags.*member = true;
+            return true;
+        }
     }
-    return true;
+    return false;
 }
 
 // The value of "--quit-timeout", from "--quit-timeout=N" or the next argument.
@@ -95,10 +96,10 @@ std::optional<UsageError> take(const std::vector<std::string>& arguments,
         options.quitTimeout = std::get<std::chrono::seconds>(value);
         return std::nullopt;
     }
-    if (name != argument && takeFlag(name, options, flags)) {
+    if (name != argument && takeFlag(name, flags)) {
         return UsageError{"option '" + name + "' takes no value"};
     }
-    if (!takeFlag(argument, options, flags)) {
+    if (!takeFlag(argument, flags)) {
         return UsageError{argument.rfind('-', 0) == 0 ? "unrecognized option '" + argument + "'"
                                                       : "unexpected argument '" + argument + "'"};
     }
@@ -122,6 +123,10 @@ std::variant<Options, UsageError> parseOptions(const std::vector<std::string>& a
         }
     }
     options.action = actionOf(flags);
+    options.yes = flags.yes;
+    options.json = flags.json;
+    options.quiet = flags.quiet;
+    options.noQuit = flags.noQuit;
     return options;
 }
 

@@ -5,6 +5,8 @@
 #include <variant>
 #include <vector>
 
+#include "engine/UninstallEngine.h"
+
 namespace cli {
 
 // What the command line was asked to do, in GNU style: long options only,
@@ -18,7 +20,9 @@ struct Options {
     bool json = false;   // the report as JSON on standard output
     bool quiet = false;  // no report text (JSON is still printed when asked)
     bool noQuit = false;
-    std::chrono::seconds quitTimeout{30};
+    // As long as the window waits.
+    std::chrono::seconds quitTimeout =
+        std::chrono::duration_cast<std::chrono::seconds>(engine::kQuitTimeout);
 };
 
 // Why the arguments were refused, as a sentence for standard error.

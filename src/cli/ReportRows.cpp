@@ -1,6 +1,5 @@
 #include "cli/ReportRows.h"
 
-#include <algorithm>
 #include <string_view>
 #include <utility>
 
@@ -10,72 +9,57 @@ namespace cli {
 namespace {
 
 using removal::RemovalReason;
-using Kind = RemovalReason::Kind;
 
-// Every sentence the core writes into an item's state, by its English text.
-// Removal reasons keep the code of their kind (codeOf), so a reason that
-// reached an item's state as a sentence gets the same code.
+// Every sentence the core can write, by its English text, with its code.
+// A sentence with "%d" stands for all its numbers.
 constexpr std::pair<std::string_view, std::string_view> kSentenceCodes[] = {
+    // Why a removal failed, or an item could not be looked at.
+    {"System error %d", "system-error"},
+    {"Permission denied", "permission-denied"},
+    {"A symbolic link in the path was refused", "symbolic-link-refused"},
+    {"Not owned by this user", "not-owned-by-user"},
+    {"Another volume is mounted inside; it was not entered", "another-volume"},
+    {"Changed since it was checked", "changed-since-checked"},
+    {"Folder nesting is too deep", "nesting-too-deep"},
+    {"Tavio is still running", "tavio-running"},
+    {"It was created again after removal", "created-again"},
+    {"A parent is not a folder", "parent-not-a-folder"},
+    {"Could not check whether Tavio is running", "running-not-checked"},
+    {"added or changed after the app was verified", "changed-after-verification"},
+    {"Could not save a record of the removal, so it was not started", "record-not-saved"},
+    // Why a copy of the app was not taken for Tavio's.
     {"Skipped: not a verified Tavio app", "not-verified"},
     {"Not an app bundle", "not-an-app-bundle"},
     {"Skipped: not a verified Tavio app (the executable is missing)", "executable-missing"},
     {"Skipped: not a verified Tavio app (the code signature is not valid)", "seal-not-valid"},
     {"Skipped: the app could not be read", "app-unreadable"},
+    // A copy whose removal was cut off.
     {"An earlier removal of this copy was interrupted", "interrupted-removal"},
     {"Skipped: not the copy that an interrupted removal had verified", "not-the-recorded-copy"},
 };
 
-constexpr Kind kReasonKinds[] = {
-    Kind::permissionDenied,
-    Kind::symbolicLinkInPath,
-    Kind::notOwnedByCurrentUser,
-    Kind::crossesVolume,
-    Kind::changedSinceVerification,
-    Kind::tooDeep,
-    Kind::applicationRunning,
-    Kind::reappeared,
-    Kind::notADirectory,
-    Kind::runningNotChecked,
-    Kind::notVerifiedBefore,
-    Kind::notRecorded,
-};
-
-RemovalReason reasonOfKind(Kind kind) {
-    switch (kind) {
-        case Kind::permissionDenied:
-            return RemovalReason::permissionDenied();
-        case Kind::symbolicLinkInPath:
-            return RemovalReason::symbolicLinkInPath();
-        case Kind::notOwnedByCurrentUser:
-            return RemovalReason::notOwnedByCurrentUser();
-        case Kind::crossesVolume:
-            return RemovalReason::crossesVolume();
-        case Kind::changedSinceVerification:
-            return RemovalReason::changedSinceVerification();
-        case Kind::tooDeep:
-            return RemovalReason::tooDeep();
-        case Kind::applicationRunning:
-            return RemovalReason::applicationRunning();
-        case Kind::reappeared:
-            return RemovalReason::reappeared();
-        case Kind::notADirectory:
-            return RemovalReason::notADirectory();
-        case Kind::runningNotChecked:
-            return RemovalReason::runningNotChecked();
-        case Kind::notVerifiedBefore:
-            return RemovalReason::notVerifiedBefore();
-        case Kind::notRecorded:
-            return RemovalReason::notRecorded();
-        case Kind::other:
-        case Kind::system:
-            break;
+// Whether `sentence` is the (translated) `format` with a number in place of
+// its "%d".
+bool matchesWithNumber(const std::string& sentence, const std::string& format) {
+    const std::size_t at = format.find("%d");
+    if (at == std::string::npos || sentence.size() <= format.size() - 2 ||
+        sentence.compare(0, at, format, 0, at) != 0) {
+        return false;
     }
-    return RemovalReason::other({});
+    const std::size_t tail = format.size() - at - 2;
+    if (sentence.compare(sentence.size() - tail, tail, format, at + 2, tail) != 0) {
+        return false;
+    }
+    const std::string number = sentence.substr(at, sentence.size() - tail - at);
+    const std::size_t digits = number[0] == '-' ? 1 : 0;
+    return number.size() > digits &&
+           number.find_first_not_of("0123456789", digits) == std::string::npos;
 }
 
 // Whether the run may have removed part of an item that it reports failed:
 // these reasons mean that it was not begun.
 bool mayHaveChanged(const engine::ItemOutcome& outcome) {
+    using Kind = RemovalReason::Kind;
     for (const auto& failure : outcome.failures()) {
         const Kind kind = failure.reason.kind();
         if (kind != Kind::applicationRunning && kind != Kind::runningNotChecked &&
@@ -86,7 +70,7 @@ bool mayHaveChanged(const engine::ItemOutcome& outcome) {
     return false;
 }
 
-Reason sentenceReason(const std::string& sentence) {
+Reason reasonOf(const std::string& sentence) {
     return {codeOfSentence(sentence), sentence};
 }
 
@@ -102,18 +86,12 @@ void fillLeft(Row& row, const engine::ItemResult& result) {
     using OutcomeKind = engine::ItemOutcome::Kind;
     row.outcome = Row::Outcome::left;
     if (result.outcome.kind() == OutcomeKind::skipped) {
-        const Reason reason = sentenceReason(result.outcome.reason());
-        row.reasons.push_back(reason);
-        row.leftovers.push_back({result.item.path, reason});
-        return;
+        row.leftovers.push_back({result.item.path, reasonOf(result.outcome.reason())});
     }
     for (const auto& failure : result.outcome.failures()) {
-        const Reason reason{codeOf(failure.reason), failure.reason.explanation()};
-        if (std::find(row.reasons.begin(), row.reasons.end(), reason) == row.reasons.end()) {
-            row.reasons.push_back(reason);
-        }
-        row.leftovers.push_back({failure.path, reason});
+        row.leftovers.push_back({failure.path, reasonOf(failure.reason.explanation())});
     }
+    row.reason = row.leftovers.front().reason;
     row.changed = mayHaveChanged(result.outcome);
 }
 
@@ -121,49 +99,10 @@ void fillLeft(Row& row, const engine::ItemResult& result) {
 
 std::string codeOfSentence(const std::string& sentence) {
     for (const auto& [english, code] : kSentenceCodes) {
-        if (sentence == base::localizedText(english)) {
+        const std::string translated = base::localizedText(english);
+        if (sentence == translated || matchesWithNumber(sentence, translated)) {
             return std::string(code);
         }
-    }
-    for (const Kind kind : kReasonKinds) {
-        const RemovalReason reason = reasonOfKind(kind);
-        if (sentence == reason.explanation()) {
-            return codeOf(reason);
-        }
-    }
-    return "other";
-}
-
-std::string codeOf(const RemovalReason& reason) {
-    switch (reason.kind()) {
-        case Kind::other:
-            return codeOfSentence(reason.text());
-        case Kind::system:
-            return "system-error";
-        case Kind::permissionDenied:
-            return "permission-denied";
-        case Kind::symbolicLinkInPath:
-            return "symbolic-link-refused";
-        case Kind::notOwnedByCurrentUser:
-            return "not-owned-by-user";
-        case Kind::crossesVolume:
-            return "another-volume";
-        case Kind::changedSinceVerification:
-            return "changed-since-checked";
-        case Kind::tooDeep:
-            return "nesting-too-deep";
-        case Kind::applicationRunning:
-            return "tavio-running";
-        case Kind::reappeared:
-            return "created-again";
-        case Kind::notADirectory:
-            return "parent-not-a-folder";
-        case Kind::runningNotChecked:
-            return "running-not-checked";
-        case Kind::notVerifiedBefore:
-            return "changed-after-verification";
-        case Kind::notRecorded:
-            return "record-not-saved";
     }
     return "other";
 }
@@ -176,17 +115,17 @@ std::vector<Row> previewRows(const target::Inventory& inventory) {
         switch (item.state.kind()) {
             case StateKind::present:
                 row.outcome = Row::Outcome::wouldRemove;
-                if (!item.state.reason().empty()) {
-                    row.reasons.push_back(sentenceReason(item.state.reason()));
-                }
                 break;
             case StateKind::absent:
                 row.outcome = Row::Outcome::notFound;
                 break;
             case StateKind::skipped:
                 row.outcome = Row::Outcome::wouldKeep;
-                row.reasons.push_back(sentenceReason(item.state.reason()));
                 break;
+        }
+        // The reason of a skipped item, or the note of a present one.
+        if (!item.state.reason().empty()) {
+            row.reason = reasonOf(item.state.reason());
         }
         rows.push_back(std::move(row));
     }

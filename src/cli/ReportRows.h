@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,9 +27,10 @@ struct Row {
     std::string location;     // the full path; the domain for preferences
     std::string displayPath;  // as the window shows it
     Outcome outcome = Outcome::notFound;
-    // Why it is left or would be kept; for an item that would be removed, a
-    // note the user should read (an earlier removal was cut off), if any.
-    std::vector<Reason> reasons;
+    // Why it is left or would be kept (the first reason, where there are
+    // several); for an item that would be removed, a note the user should
+    // read (an earlier removal was cut off), if any.
+    std::optional<Reason> reason;
     // What is still there, each with why: a left item's leftovers.
     struct Leftover {
         std::string path;
@@ -45,13 +47,11 @@ std::vector<Row> previewRows(const target::Inventory& inventory);
 // The rows of a run's report, in its order.
 std::vector<Row> reportRows(const engine::UninstallReport& report);
 
-// The stable code of a sentence the core wrote (an item's skip reason or
-// note), found by the English text behind it; "other" when it is none of
-// the core's own.
+// The stable code of a sentence the core wrote (a removal reason, an item's
+// skip reason or note), found by the English text behind it in the language
+// the core's texts are looked up in; "other" when it is none of the core's
+// own.
 std::string codeOfSentence(const std::string& sentence);
-
-// The stable code of a removal reason.
-std::string codeOf(const removal::RemovalReason& reason);
 
 // The stable word of a category ("settings", "torrent-copies", …).
 const char* categoryWord(target::ItemCategory category);

@@ -18,10 +18,15 @@ namespace cli {
 // TAVIO_UID=.
 void logRun(const Summary& summary, unsigned userID);
 
-// The word of RESULT for a summary.
-std::string logResult(const Summary& summary);
+// What a run came to, as the log says it.
+enum class LogResult { changed, unchanged, partial, refused, cancelled };
 
-// The MESSAGE_ID of a RESULT word, 32 hex digits.
-const char* messageID(const std::string& result);
+LogResult logResult(const Summary& summary);
+
+// The word of RESULT= ("changed", …).
+const char* logResultWord(LogResult result);
+
+// The MESSAGE_ID of a result, 32 hex digits.
+const char* messageID(LogResult result);
 
 }  // namespace cli

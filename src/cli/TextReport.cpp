@@ -55,7 +55,12 @@ void writeCategory(std::ostringstream& out,
     }
 }
 
-void writeLeftovers(std::ostringstream& out, const Summary& summary) {
+void writeIncomplete(std::ostringstream& out, const Summary& summary, const Catalogue& texts) {
+    out << texts.text(QT_TRANSLATE_NOOP("FinishedView", "Uninstall Incomplete")) << "\n"
+        << texts.text(QT_TRANSLATE_NOOP("FinishedView",
+                                        "Some items could not be removed. They are still on "
+                                        "your Mac:"))
+        << "\n";
     for (const auto& row : summary.rows) {
         for (const auto& leftover : row.leftovers) {
             out << "  " << leftover.path << ": " << leftover.reason.text << "\n";
@@ -116,27 +121,29 @@ std::string reviewText(const target::Inventory& inventory, const Catalogue& text
 }
 
 std::string summaryText(const Summary& summary, const Catalogue& texts) {
+    using Result = Summary::Result;
     std::ostringstream out;
-    if (summary.result == "preview") {
-        out << texts.text(
-                   QT_TRANSLATE_NOOP("CommandLine", "This was a preview: nothing was changed."))
-            << "\n";
-    } else if (summary.result == "did-not-quit") {
-        writeDidNotQuit(out, texts);
-    } else if (summary.result == "cancelled") {
-        out << texts.text(QT_TRANSLATE_NOOP("CommandLine",
-                                            "Stopped before anything was removed. Nothing was "
-                                            "changed."))
-            << "\n";
-    } else if (summary.result == "complete") {
-        writeComplete(out, summary, texts);
-    } else {
-        out << texts.text(QT_TRANSLATE_NOOP("FinishedView", "Uninstall Incomplete")) << "\n"
-            << texts.text(QT_TRANSLATE_NOOP("FinishedView",
-                                            "Some items could not be removed. They are still on "
-                                            "your Mac:"))
-            << "\n";
-        writeLeftovers(out, summary);
+    switch (summary.result) {
+        case Result::preview:
+            out << texts.text(
+                       QT_TRANSLATE_NOOP("CommandLine", "This was a preview: nothing was changed."))
+                << "\n";
+            break;
+        case Result::didNotQuit:
+            writeDidNotQuit(out, texts);
+            break;
+        case Result::cancelled:
+            out << texts.text(QT_TRANSLATE_NOOP("CommandLine",
+                                                "Stopped before anything was removed. Nothing was "
+                                                "changed."))
+                << "\n";
+            break;
+        case Result::complete:
+            writeComplete(out, summary, texts);
+            break;
+        case Result::incomplete:
+            writeIncomplete(out, summary, texts);
+            break;
     }
     return out.str();
 }

@@ -4,7 +4,6 @@
 // window from a desktop and serves scripts from a shell.
 #include <unistd.h>
 
-#include <climits>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -12,25 +11,14 @@
 
 #include "cli/CommandLine.h"
 #include "cli/Signals.h"
-
-namespace {
-
-// The window's executable: "Uninstall Tavio" in this program's own folder.
-std::string windowProgram() {
-    char self[PATH_MAX];
-    const ssize_t length = ::readlink("/proc/self/exe", self, sizeof self - 1);
-    if (length <= 0) {
-        return {};
-    }
-    std::string path(self, static_cast<std::size_t>(length));
-    return path.substr(0, path.rfind('/') + 1) + "Uninstall Tavio";
-}
-
-}  // namespace
+#include "target/MainBundle.h"
 
 int main(int argc, char** argv) {
     if (argc <= 1) {
-        const std::string window = windowProgram();
+        // The window's executable, "Uninstall Tavio", is this program's
+        // neighbour in the bundle.
+        const std::string self = target::runningExecutablePath();
+        const std::string window = self.substr(0, self.rfind('/') + 1) + "Uninstall Tavio";
         // The name it was started by stays the window's first argument: the
         // window takes its X11 instance name from it, as it did when it was
         // started directly.

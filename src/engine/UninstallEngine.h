@@ -17,6 +17,12 @@
 
 namespace engine {
 
+// How long a run waits for Tavio to quit after asking it to, and how often it
+// looks meanwhile, unless its front end says otherwise: the window and the
+// command line both wait this long.
+inline constexpr std::chrono::milliseconds kQuitTimeout{30'000};
+inline constexpr std::chrono::milliseconds kPollInterval{200};
+
 // Carries out one uninstall: makes sure Tavio is not running (asking it once
 // to quit and waiting a bounded time), removes every item of the inventory in
 // its order through the means its target calls for, then scans again to
@@ -28,8 +34,8 @@ struct UninstallEngine {
     std::shared_ptr<const target::ProcessControlling> processes;
     std::shared_ptr<const target::PreferencesAccess> preferences;
     std::shared_ptr<const target::AppVerifying> verifier;
-    std::chrono::milliseconds quitTimeout{30'000};
-    std::chrono::milliseconds pollInterval{200};
+    std::chrono::milliseconds quitTimeout = kQuitTimeout;
+    std::chrono::milliseconds pollInterval = kPollInterval;
 
     // Runs on the calling thread and never fails: every problem ends up in the
     // report. `onEvent` is called synchronously from this thread. A stop

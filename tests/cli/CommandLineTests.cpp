@@ -120,8 +120,12 @@ TEST(ReasonCodeTest, EverySentenceOfTheCoreHasItsOwnCodeInEveryLanguage) {
         EXPECT_EQ(codes.size(), sentences) << language << ": two sentences share a code";
         base::setTextLookup({});
     }
-    EXPECT_EQ(cli::codeOf(removal::RemovalReason::system(5)), "system-error");
-    EXPECT_EQ(cli::codeOf(removal::RemovalReason::other("a sentence of someone else")), "other");
+    EXPECT_EQ(cli::codeOfSentence(removal::RemovalReason::system(5).explanation()), "system-error");
+    EXPECT_EQ(cli::codeOfSentence(removal::RemovalReason::system(-2).explanation()),
+              "system-error");
+    EXPECT_EQ(cli::codeOfSentence("System error "), "other");
+    EXPECT_EQ(cli::codeOfSentence("System error 5x"), "other");
+    EXPECT_EQ(cli::codeOfSentence("a sentence of someone else"), "other");
 }
 
 TEST(JsonTest, StringsAreEscapedAndAlwaysValidUtf8) {
@@ -146,13 +150,14 @@ TEST(RowsTest, APreviewNeverReadsLikeARun) {
     inventory.items = {item("/h/a", target::ItemState::present()),
                        item("/h/b", target::ItemState::absent()),
                        item("/h/c", target::ItemState::skipped("Not an app bundle"))};
-    const cli::Summary summary{"preview", "alice", "1", cli::previewRows(inventory)};
+    const cli::Summary summary{cli::Summary::Result::preview, "alice", "1",
+                               cli::previewRows(inventory)};
     EXPECT_TRUE(summary.dryRun());
     EXPECT_FALSE(summary.changed());
     EXPECT_EQ(summary.rows[0].outcome, Row::Outcome::wouldRemove);
     EXPECT_EQ(summary.rows[1].outcome, Row::Outcome::notFound);
     EXPECT_EQ(summary.rows[2].outcome, Row::Outcome::wouldKeep);
-    EXPECT_EQ(summary.rows[2].reasons.front().code, "not-an-app-bundle");
+    EXPECT_EQ(summary.rows[2].reason->code, "not-an-app-bundle");
     const std::string json = cli::jsonDocument(summary);
     EXPECT_NE(json.find("\"dry_run\": true"), std::string::npos);
     EXPECT_NE(json.find("\"would_remove\": 1"), std::string::npos);
@@ -168,32 +173,37 @@ TEST(RowsTest, ChangedOnlyWhenSomethingWasOrMayHaveBeenRemoved) {
     report.results = {{item("/h/a", present), ItemOutcome::alreadyAbsent()},
                       {item("/h/b", present),
                        ItemOutcome::failed({{"/h/b", RemovalReason::applicationRunning()}})}};
-    cli::Summary untouched{"incomplete", "alice", "1", cli::reportRows(report)};
+    cli::Summary untouched{cli::Summary::Result::incomplete, "alice", "1", cli::reportRows(report)};
     EXPECT_FALSE(untouched.changed());
     EXPECT_EQ(untouched.rows[1].leftovers.front().reason.code, "tavio-running");
     report.results.push_back(
         {item("/h/c", present), ItemOutcome::failed({{"/h/c/x", RemovalReason::permissionDenied()},
                                                      {"/h/c", RemovalReason::system(39)}})});
-    cli::Summary half{"incomplete", "alice", "1", cli::reportRows(report)};
+    cli::Summary half{cli::Summary::Result::incomplete, "alice", "1", cli::reportRows(report)};
     EXPECT_TRUE(half.changed());
     EXPECT_EQ(half.rows[2].leftovers.size(), 2u);
-    EXPECT_EQ(half.rows[2].reasons.size(), 2u);
+    EXPECT_EQ(half.rows[2].reason, half.rows[2].leftovers.front().reason);
+    EXPECT_EQ(half.rows[2].leftovers.back().reason.code, "system-error");
     EXPECT_EQ(half.count(Row::Outcome::left), 2);
     report.results = {{item("/h/a", present), ItemOutcome::removed()}};
-    EXPECT_TRUE((cli::Summary{"complete", "alice", "1", cli::reportRows(report)}.changed()));
+    EXPECT_TRUE((cli::Summary{cli::Summary::Result::complete, "alice", "1", cli::reportRows(report)}
+                     .changed()));
 }
 
 TEST(SystemLogTest, EachResultHasAMessageIdOfItsOwn) {
     std::set<std::string> ids;
-    for (const char* result : {"changed", "unchanged", "partial", "refused", "cancelled"}) {
+    using cli::LogResult;
+    for (const LogResult result : {LogResult::changed, LogResult::unchanged, LogResult::partial,
+                                   LogResult::refused, LogResult::cancelled}) {
         const std::string id = cli::messageID(result);
         EXPECT_EQ(id.size(), 32u);
         EXPECT_EQ(id.find_first_not_of("0123456789abcdef"), std::string::npos);
         ids.insert(id);
     }
     EXPECT_EQ(ids.size(), 5u);
-    EXPECT_EQ(cli::logResult({"did-not-quit", "a", "1", {}}), "refused");
-    EXPECT_EQ(cli::logResult({"complete", "a", "1", {}}), "unchanged");
+    EXPECT_EQ(cli::logResult({cli::Summary::Result::didNotQuit, "a", "1", {}}), LogResult::refused);
+    EXPECT_EQ(cli::logResult({cli::Summary::Result::complete, "a", "1", {}}), LogResult::unchanged);
+    EXPECT_STREQ(cli::logResultWord(LogResult::partial), "partial");
 }
 
 TEST(TextReportTest, GermanReviewAndSummariesUseTheCatalogue) {
@@ -204,7 +214,8 @@ TEST(TextReportTest, GermanReviewAndSummariesUseTheCatalogue) {
     const std::string review = cli::reviewText(inventory, german);
     EXPECT_NE(review.find("Gefunden"), std::string::npos) << review;
     EXPECT_NE(review.find("„alice“"), std::string::npos) << review;
-    EXPECT_NE(cli::summaryText({"preview", "alice", "1", {}}, german).find("Vorschau"),
+    EXPECT_NE(cli::summaryText({cli::Summary::Result::preview, "alice", "1", {}}, german)
+                  .find("Vorschau"),
               std::string::npos);
 }
 

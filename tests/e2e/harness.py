@@ -39,11 +39,7 @@ def tree_state(root):
     return state
 
 
-def difference(before, after):
-    lines = ["added: " + p for p in sorted(set(after) - set(before))]
-    lines += ["removed: " + p for p in sorted(set(before) - set(after))]
-    lines += ["changed: " + p for p in sorted(set(before) & set(after)) if before[p] != after[p]]
-    return lines
+difference = sandbox.difference
 
 
 class Case:

@@ -29,7 +29,6 @@ free ones), get one too: the role must never touch them.
 
 import argparse
 import grp
-import hashlib
 import json
 import os
 import pwd
@@ -43,6 +42,10 @@ import time
 import traceback
 
 HERE = os.path.dirname(os.path.abspath(__file__))
+# The end-to-end sandbox's helpers: the read-only system view, /tmp mount
+# points, and records of trees.
+sys.path.insert(0, os.path.normpath(os.path.join(HERE, "../../scripts/e2e")))
+import sandbox  # noqa: E402
 COMMAND_RELATIVE = "src/app/Uninstall Tavio.app/Contents/MacOS/uninstall-tavio"
 PLAYBOOK = "uninstall-tavio.yml"
 HOST = "localhost"
@@ -273,19 +276,8 @@ class Machine:
     # Running ansible in it ----------------------------------------------
 
     def _bwrap(self):
-        command = ["bwrap", "--die-with-parent", "--unshare-pid", "--unshare-ipc",
-                   "--new-session"]
-        special = {"dev", "proc", "sys", "tmp", "home", "Applications"}
-        for name in sorted(os.listdir("/")):
-            path = "/" + name
-            if name in special:
-                continue
-            if os.path.islink(path):
-                command += ["--symlink", os.readlink(path), path]
-            elif os.path.isdir(path):
-                command += ["--ro-bind", path, path]
-        command += ["--dev", "/dev", "--proc", "/proc", "--ro-bind", "/sys", "/sys",
-                    "--bind", self.tmp, "/tmp",
+        command = sandbox.read_only_system(own=("home", "Applications"))
+        command += ["--bind", self.tmp, "/tmp",
                     # ansible's place for what an account it becomes must read
                     "--bind", self.var_tmp, "/var/tmp",
                     "--bind", self.homes, "/home",
@@ -299,18 +291,13 @@ class Machine:
             command += ["--ro-bind", os.path.join(self.etc, name), "/etc/" + name]
         # Anything under /tmp would be hidden by the sandbox's own /tmp: the
         # uninstaller's bundle (or its folder) and the role are shown
-        # read-only at their own paths, through mount points every account
-        # may pass (bubblewrap would make them for root alone).
+        # read-only at their own paths.
         shown = os.path.dirname(self.command)
         if shown.endswith("/Contents/MacOS") and shown[:-len("/Contents/MacOS")].endswith(".app"):
             shown = shown[:-len("/Contents/MacOS")]
         for folder in (shown, self.ansible_dir):
             if folder.startswith("/tmp/") and os.path.isdir(folder):
-                point = self.tmp
-                for part in folder[len("/tmp/"):].split("/"):
-                    point = os.path.join(point, part)
-                    os.makedirs(point, exist_ok=True)
-                    os.chmod(point, 0o755)
+                sandbox.mount_point_in_tmp(self.tmp, folder)
                 command += ["--ro-bind", folder, folder]
         return command + ["--chdir", "/"]
 
@@ -441,38 +428,11 @@ def summary(status, report, err):
 # Looking at the accounts ------------------------------------------------------
 
 
-def tree_digest(paths):
-    """Every file and folder below the paths: its kind, mode, owner and content."""
-    seen = {}
-
-    def record(path):
-        info = os.lstat(path)
-        entry = (stat.S_IFMT(info.st_mode), stat.S_IMODE(info.st_mode), info.st_uid, info.st_gid)
-        if stat.S_ISREG(info.st_mode):
-            digest = hashlib.sha256()
-            with open(path, "rb") as data:
-                for block in iter(lambda: data.read(1 << 20), b""):
-                    digest.update(block)
-            entry += (digest.hexdigest(),)
-        elif stat.S_ISLNK(info.st_mode):
-            entry += (os.readlink(path),)
-        seen[path] = entry
-
-    for top in paths:
-        if not os.path.lexists(top):
-            continue
-        record(top)
-        for folder, dirs, files in os.walk(top):
-            for name in dirs + files:
-                record(os.path.join(folder, name))
-    return seen
+tree_digest = sandbox.tree_digest
 
 
 def difference(before, after):
-    lines = ["gone: " + p for p in sorted(set(before) - set(after))]
-    lines += ["new: " + p for p in sorted(set(after) - set(before))]
-    lines += ["changed: " + p for p in sorted(set(before) & set(after)) if before[p] != after[p]]
-    return "\n".join(lines[:40])
+    return "\n".join(sandbox.difference(before, after)[:40])
 
 
 def check_untouched(machine, accounts, before, what):
